@@ -1,0 +1,35 @@
+// The product's version-history file, read into one record.
+#ifndef VELCAN_HISTORY_UPDATE_FILE_H
+#define VELCAN_HISTORY_UPDATE_FILE_H
+
+#include <string>
+#include <vector>
+
+#include "velcan/export.h"
+
+// One released version.
+struct TUpdateVersion {
+    // The Version element's number attribute, as expat delivers it (references replaced,
+    // tabs and line breaks turned into spaces); neither trimmed nor checked.
+    std::string number;
+    // The date attribute, kept the same way.
+    std::string date;
+    // One text per FeatureDescription element, in document order, exactly as gathered.
+    std::vector<std::string> featureDescriptions;
+};
+
+// The whole version history.
+struct TUpdateVersionInfo {
+    // In the order in which their Version elements end in the file.
+    std::vector<TUpdateVersion> versions;
+    // Always empty.
+    std::string extraText;
+};
+
+// Reads the version-history file at path (opened in text mode, fed to expat in 1024-byte
+// pieces). Returns an empty record, never throwing, when the file cannot be opened or its XML
+// is malformed, empty or not standalone; the three cannot be told apart. After malformed XML
+// the file is left open: it is closed only when the reading succeeds.
+VELCAN_API TUpdateVersionInfo VelcanParseUpdateFile(const char* path);
+
+#endif

@@ -1,0 +1,14 @@
+// velcan: everything the library exports, in one include.
+//
+//   expatpp                 an event-driven XML reader over expat; derive from it
+//   VelcanParseUpdateFile   reads the product's version-history file into a record
+//   LaunchBlockingProcess   runs a command, streaming its output to an observer
+#ifndef VELCAN_VELCAN_H
+#define VELCAN_VELCAN_H
+
+#include "velcan/export.h"
+#include "velcan/version.h"
+#include "xml/expatpp.h"
+#include "history/update_file.h"
+
+#endif

@@ -1,0 +1,32 @@
+// The velcan tool's subcommands. Each returns the process's exit status.
+#ifndef VELCAN_TOOLS_COMMANDS_H
+#define VELCAN_TOOLS_COMMANDS_H
+
+#include <cstdio>
+#include <string>
+
+class expatpp;
+
+// Exit statuses shared by every subcommand.
+const int kExitFailure = 1;
+const int kExitUsage = 2;
+
+int historyCommand(const char* path, bool json);
+int eventsCommand(const char* path);
+
+// Prints "velcan: MESSAGE" on stderr.
+void reportError(const std::string& message);
+
+// Checks that path names a readable regular file; otherwise reports
+// "cannot open PATH: REASON" and returns false.
+bool checkReadable(const char* path);
+
+// Feeds an open file to reader in 1024-byte pieces, the last one final, as the history
+// reader does. Returns false at the first XML error.
+bool feedInPieces(FILE* file, expatpp& reader);
+
+// Feeds the file through a plain expatpp in 1024-byte pieces, as the history reader does.
+// On an XML error, reports "PATH:LINE: MESSAGE" and returns false.
+bool checkWellFormed(const char* path);
+
+#endif

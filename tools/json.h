@@ -1,0 +1,14 @@
+// Quoting texts for the tool's output.
+#ifndef VELCAN_TOOLS_JSON_H
+#define VELCAN_TOOLS_JSON_H
+
+#include <cstddef>
+#include <string>
+
+// Appends s as a JSON string literal, quotes included: UTF-8 is kept as it is, control
+// characters, quotes and backslashes are escaped.
+void appendJsonString(std::string& out, const char* s, std::size_t len);
+std::string jsonString(const char* s, std::size_t len);
+inline std::string jsonString(const std::string& s) { return jsonString(s.data(), s.size()); }
+
+#endif

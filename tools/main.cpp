@@ -1,0 +1,81 @@
+// velcan: the library at work from the command line.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <velcan/velcan.h>
+
+#include "commands.h"
+
+#ifndef VELCAN_SAMPLE_FILE
+#define VELCAN_SAMPLE_FILE "examples/version-history.xml"
+#endif
+
+namespace {
+
+const char kUsage[] =
+    "usage: velcan history [FILE] [--json]   print a version-history file\n"
+    "       velcan events FILE               print every XML event a reader receives\n"
+    "       velcan --help | --version\n"
+    "\n"
+    "history reads " VELCAN_SAMPLE_FILE " when FILE is not given.\n"
+    "Exit status: 0 on success, 1 when a file cannot be read, 2 on a usage error.\n";
+
+int usageError(const std::string& message) {
+    reportError(message + " (try 'velcan --help')");
+    return kExitUsage;
+}
+
+bool isOption(const char* arg) { return arg[0] == '-' && arg[1] != '\0'; }
+
+int history(const std::vector<const char*>& args) {
+    const char* path = nullptr;
+    bool json = false;
+    for (const char* arg : args) {
+        if (std::strcmp(arg, "--json") == 0) {
+            json = true;
+        } else if (isOption(arg)) {
+            return usageError(std::string("history: unknown option '") + arg + "'");
+        } else if (path == nullptr) {
+            path = arg;
+        } else {
+            return usageError("history: more than one FILE given");
+        }
+    }
+    return historyCommand(path != nullptr ? path : VELCAN_SAMPLE_FILE, json);
+}
+
+int events(const std::vector<const char*>& args) {
+    if (args.size() != 1 || isOption(args[0])) {
+        return usageError("events: expects exactly one FILE");
+    }
+    return eventsCommand(args[0]);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        return usageError("no command given");
+    }
+    const std::string command = argv[1];
+    const std::vector<const char*> args(argv + 2, argv + argc);
+    if (command == "--help" || command == "-h") {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
+    if (command == "--version") {
+        const XML_Expat_Version expat = XML_ExpatVersionInfo();
+        std::printf("velcan %s (expat %d.%d.%d)\n", VELCAN_VERSION_STRING, expat.major,
+                    expat.minor, expat.micro);
+        return 0;
+    }
+    if (command == "history") {
+        return history(args);
+    }
+    if (command == "events") {
+        return events(args);
+    }
+    return usageError("unknown command '" + command + "'");
+}
