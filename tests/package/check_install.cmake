@@ -1,0 +1,40 @@
+# Installs the build into a fresh prefix, then builds and runs the consumer against it,
+# once through find_package and once through pkg-config.
+#   -DBUILD_DIR=... -DWORK=... -DCONSUMER=... -DSAMPLE=... -DCXX=...
+file(REMOVE_RECURSE ${WORK})
+set(prefix ${WORK}/prefix)
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "failed (${rc}): ${ARGN}\n${out}\n${err}")
+  endif()
+  set(last_output "${out}" PARENT_SCOPE)
+endfunction()
+
+run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+foreach(f include/velcan/velcan.h include/velcan/xml/expatpp.h include/velcan/history/update_file.h)
+  if(NOT EXISTS ${prefix}/${f})
+    message(FATAL_ERROR "not installed: ${f}")
+  endif()
+endforeach()
+
+# find_package
+run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/cmake -DCMAKE_PREFIX_PATH=${prefix}
+    -DCMAKE_CXX_COMPILER=${CXX})
+run(${CMAKE_COMMAND} --build ${WORK}/cmake)
+run(${WORK}/cmake/consumer ${SAMPLE})
+message(STATUS "find_package: ${last_output}")
+
+# pkg-config
+file(GLOB_RECURSE pc ${prefix}/velcan.pc)
+get_filename_component(pcdir "${pc}" DIRECTORY)
+set(ENV{PKG_CONFIG_PATH} ${pcdir})
+run(pkg-config --cflags --libs velcan)
+string(STRIP "${last_output}" flags)
+separate_arguments(flags UNIX_COMMAND "${flags}")
+run(${CXX} -o ${WORK}/pkgconfig-consumer ${CONSUMER}/main.cpp ${flags})
+get_filename_component(libdir "${pcdir}" DIRECTORY)
+set(ENV{LD_LIBRARY_PATH} ${libdir})
+run(${WORK}/pkgconfig-consumer ${SAMPLE})
+message(STATUS "pkg-config: ${last_output}")

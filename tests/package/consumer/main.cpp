@@ -1,0 +1,37 @@
+// A tiny application built against the installed library, as applications are.
+#include <cstdio>
+#include <cstring>
+
+#include <velcan/velcan.h>
+
+namespace {
+
+class ElementCounter : public expatpp {
+  public:
+    int elements = 0;
+    void startElement(const char*, const char**) override { ++elements; }
+};
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: consumer HISTORY_FILE\n");
+        return 2;
+    }
+    ElementCounter counter;
+    const char doc[] = "<a><b/><c/></a>";
+    if (counter.XML_Parse(doc, static_cast<int>(std::strlen(doc)), 1) == 0 ||
+        counter.elements != 3) {
+        std::fprintf(stderr, "consumer: expatpp reader failed\n");
+        return 1;
+    }
+    const TUpdateVersionInfo info = VelcanParseUpdateFile(argv[1]);
+    if (info.versions.size() != 12) {
+        std::fprintf(stderr, "consumer: read %zu versions, expected 12\n", info.versions.size());
+        return 1;
+    }
+    std::printf("consumer: %zu versions, newest %s\n", info.versions.size(),
+                info.versions[0].number.c_str());
+    return 0;
+}
