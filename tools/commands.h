@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 class expatpp;
 
@@ -13,6 +14,11 @@ const int kExitUsage = 2;
 
 int historyCommand(const char* path, bool json);
 int eventsCommand(const char* path);
+int runCommand(const std::string& commandLine);
+
+// Joins arguments into one command line for the runner, each taken literally: "%" is
+// doubled, and a word with spaces is quoted.
+std::string commandLineFromArguments(const std::vector<const char*>& args);
 
 // Prints "velcan: MESSAGE" on stderr.
 void reportError(const std::string& message);

@@ -17,10 +17,13 @@ namespace {
 const char kUsage[] =
     "usage: velcan history [FILE] [--json]   print a version-history file\n"
     "       velcan events FILE               print every XML event a reader receives\n"
+    "       velcan run [--] COMMAND [ARG...]    run a command, streaming its output\n"
     "       velcan --help | --version\n"
     "\n"
     "history reads " VELCAN_SAMPLE_FILE " when FILE is not given.\n"
-    "Exit status: 0 on success, 1 when a file cannot be read, 2 on a usage error.\n";
+    "run takes each ARG literally (no shell) and exits with the command's status: 128 plus\n"
+    "the signal number when a signal ended it, 127 when it could not be run.\n"
+    "Exit status otherwise: 0 on success, 1 when a file cannot be read, 2 on a usage error.\n";
 
 int usageError(const std::string& message) {
     reportError(message + " (try 'velcan --help')");
@@ -53,6 +56,18 @@ int events(const std::vector<const char*>& args) {
     return eventsCommand(args[0]);
 }
 
+int run(std::vector<const char*> args) {
+    if (!args.empty() && std::strcmp(args[0], "--") == 0) {
+        args.erase(args.begin());
+    } else if (!args.empty() && isOption(args[0])) {
+        return usageError(std::string("run: unknown option '") + args[0] + "'");
+    }
+    if (args.empty()) {
+        return usageError("run: expects a COMMAND");
+    }
+    return runCommand(commandLineFromArguments(args));
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -76,6 +91,9 @@ int main(int argc, char** argv) {
     }
     if (command == "events") {
         return events(args);
+    }
+    if (command == "run") {
+        return run(args);
     }
     return usageError("unknown command '" + command + "'");
 }

@@ -3,6 +3,7 @@
 //   expatpp                 an event-driven XML reader over expat; derive from it
 //   VelcanParseUpdateFile   reads the product's version-history file into a record
 //   LaunchBlockingProcess   runs a command, streaming its output to an observer
+//                           (an IBlockingProcessObserver)
 #ifndef VELCAN_VELCAN_H
 #define VELCAN_VELCAN_H
 
@@ -10,5 +11,6 @@
 #include "velcan/version.h"
 #include "xml/expatpp.h"
 #include "history/update_file.h"
+#include "process/blocking_process.h"
 
 #endif

@@ -1,0 +1,48 @@
+// Running a command to completion while its output streams to an observer.
+#ifndef VELCAN_PROCESS_BLOCKING_PROCESS_H
+#define VELCAN_PROCESS_BLOCKING_PROCESS_H
+
+#include "velcan/export.h"
+
+// Receives a child's output, piece by piece, into memory the observer hands out. Its
+// operations are called on the thread that called LaunchBlockingProcess, one at a time,
+// never after that call has returned.
+class VELCAN_API IBlockingProcessObserver {
+  public:
+    IBlockingProcessObserver() = default;
+    IBlockingProcessObserver(const IBlockingProcessObserver&) = default;
+    IBlockingProcessObserver& operator=(const IBlockingProcessObserver&) = default;
+    virtual ~IBlockingProcessObserver();
+
+    // Store in *buffer where the next piece is to be written and in *capacity how many bytes
+    // are there, room for the terminating NUL included. Store both on every call: the runner
+    // reads at most *capacity - 1 bytes. The capacity must be at least 1; with 1 the read
+    // asks for nothing and the reading ends.
+    virtual void GetOutputBuffer(char** buffer, int* capacity) = 0;
+
+    // count bytes (at least 1) were written at the last buffer handed out, followed by a NUL
+    // byte that count does not include.
+    virtual void OutputReceived(int count) = 0;
+};
+
+// Runs commandLine as a child process with no window, no shell and end-of-input on its
+// standard input; passes everything it writes to standard output and standard error, in one
+// interleaved sequence, to observer as each read returns; waits for it to end and returns
+// its exit code (128 + the signal number when a signal ended it). observer may be null: the
+// output is then not read at all, and a child that fills the pipe blocks until it is killed.
+//
+// The command line is split at spaces; "double" or 'single' quotes keep spaces inside a
+// word. It is a printf-style format with no arguments: write a literal percent sign as
+// "%%". Returns 127 with errno set, calling no observer operation, when the command is
+// refused or cannot be run: an empty or blank line, or a program that is not found
+// (ENOENT); a program that may not be executed (EACCES); a line longer than 1023
+// characters, or with more than 127 arguments (E2BIG); a percent sign that is not half of
+// "%%" (EINVAL); no pipe or process to be had (the system's error). 127 is also what a child
+// that exits with 127 returns.
+//
+// The observer stays the caller's; the runner keeps no pointer to it after returning. Calls
+// on different threads are independent: each child gets descriptors 0, 1 and 2 and nothing
+// else of the caller's.
+VELCAN_API int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* observer);
+
+#endif

@@ -1,0 +1,102 @@
+// The runner on Windows.
+#include "process/platform.h"
+
+#include <cerrno>
+#include <mutex>
+
+#include <windows.h>
+
+#include <ace/OS_NS_fcntl.h>
+
+namespace velcan {
+namespace platform {
+
+int errnoFromWindowsError(unsigned long code) {
+    switch (code) {
+    case ERROR_PATH_NOT_FOUND: // 3
+        return ENOENT;
+    case ERROR_NOT_ENOUGH_MEMORY: // 8
+        return ENOMEM;
+    case ERROR_SHARING_VIOLATION: // 32
+        return EACCES;
+    case ERROR_FILE_EXISTS: // 80
+        return EEXIST;
+    default:
+        return static_cast<int>(code);
+    }
+}
+
+namespace {
+
+void setErrnoFromLastError() { errno = errnoFromWindowsError(GetLastError()); }
+
+// Children start with inheritable copies of their handles and with handle inheritance on,
+// so a child spawned while another call's copies exist would inherit them and hold that
+// call's pipe open. This library's own spawns take turns from set_handles until the options
+// (and with them the copies) are released.
+std::mutex spawnMutex;
+
+} // namespace
+
+void ChildProcess::child(pid_t) {}
+
+SpawnGuard::SpawnGuard() { spawnMutex.lock(); }
+SpawnGuard::~SpawnGuard() { spawnMutex.unlock(); }
+
+int checkProgram(const char*) {
+    // A program that cannot be started shows as a failed spawn: no process id.
+    return 0;
+}
+
+int createPipe(ACE_HANDLE ends[2]) {
+    // Default security attributes: neither end is inheritable.
+    if (!CreatePipe(&ends[0], &ends[1], nullptr, 0)) {
+        setErrnoFromLastError();
+        return -1;
+    }
+    return 0;
+}
+
+ACE_HANDLE openNullDevice() {
+    return ACE_OS::open("nul", O_RDONLY, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                        nullptr);
+}
+
+void setHandles(ACE_Process_Options& options, ACE_HANDLE input, ACE_HANDLE output) {
+    options.set_handles(input, output, output);
+}
+
+void hideWindow(ACE_Process_Options& options) {
+    // After set_handles, which overwrites the start-up flags.
+    STARTUPINFO* startup = options.startup_info();
+    startup->dwFlags |= STARTF_USESHOWWINDOW;
+    startup->wShowWindow = SW_HIDE;
+}
+
+ptrdiff_t readPipe(ACE_HANDLE handle, char* buffer, size_t size) {
+    DWORD n = 0;
+    if (!ReadFile(handle, buffer, static_cast<DWORD>(size), &n, nullptr)) {
+        // The end of a child's output is itself a failed read: a broken pipe (109).
+        setErrnoFromLastError();
+        return -1;
+    }
+    return static_cast<ptrdiff_t>(n);
+}
+
+void closeHandle(ACE_HANDLE handle) {
+    if (handle != ACE_INVALID_HANDLE && !CloseHandle(handle)) {
+        setErrnoFromLastError();
+    }
+}
+
+bool waitForExit(ACE_Process& process, int* exitCode) {
+    ACE_exitcode status = 0;
+    if (process.wait(&status) == ACE_INVALID_PID) {
+        return false;
+    }
+    *exitCode = static_cast<int>(status);
+    return true;
+}
+
+} // namespace platform
+} // namespace velcan
