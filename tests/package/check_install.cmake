@@ -13,7 +13,8 @@ function(run)
 endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
-foreach(f include/velcan/velcan.h include/velcan/xml/expatpp.h include/velcan/history/update_file.h)
+foreach(f include/velcan/velcan.h include/velcan/xml/expatpp.h include/velcan/history/update_file.h
+         include/velcan/process/blocking_process.h)
   if(NOT EXISTS ${prefix}/${f})
     message(FATAL_ERROR "not installed: ${f}")
   endif()

@@ -12,6 +12,17 @@ class ElementCounter : public expatpp {
     void startElement(const char*, const char**) override { ++elements; }
 };
 
+class Counter : public IBlockingProcessObserver {
+  public:
+    char buffer[256];
+    int received = 0;
+    void GetOutputBuffer(char** b, int* capacity) override {
+        *b = buffer;
+        *capacity = sizeof buffer;
+    }
+    void OutputReceived(int count) override { received += count; }
+};
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -29,6 +40,11 @@ int main(int argc, char** argv) {
     const TUpdateVersionInfo info = VelcanParseUpdateFile(argv[1]);
     if (info.versions.size() != 12) {
         std::fprintf(stderr, "consumer: read %zu versions, expected 12\n", info.versions.size());
+        return 1;
+    }
+    Counter counter2;
+    if (LaunchBlockingProcess("echo hello", &counter2) != 0 || counter2.received != 6) {
+        std::fprintf(stderr, "consumer: the runner failed\n");
         return 1;
     }
     std::printf("consumer: %zu versions, newest %s\n", info.versions.size(),
