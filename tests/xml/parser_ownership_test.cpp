@@ -8,6 +8,8 @@
 
 #include <velcan/velcan.h>
 
+#include "overwriting_assignment.h"
+
 namespace {
 std::map<void*, int> freeCalls;
 } // namespace
@@ -58,12 +60,13 @@ TEST_F(ParserOwnership, AssignmentOverwritesTheTargetsParserWithoutFreeingIt) {
     void* targetHandle = nullptr;
     {
         expatpp source;
-        expatpp target;
+        expatpp* target = newTargetOfOverwritingAssignment();
         sourceHandle = handleOf(source);
-        targetHandle = handleOf(target);
-        target = source;
+        targetHandle = handleOf(*target);
+        *target = source;
         EXPECT_EQ(freeCalls.count(targetHandle), 0u);
-        EXPECT_EQ(handleOf(target), sourceHandle);
+        EXPECT_EQ(handleOf(*target), sourceHandle);
+        delete target;
     }
     EXPECT_EQ(freeCalls[sourceHandle], 2);
     EXPECT_EQ(freeCalls.count(targetHandle), 0u);
