@@ -1,0 +1,170 @@
+// Load on the runner: many sequential runs, many threads, and short runs beside long ones.
+// Checks every output and exit code, and that descriptors, child processes and resident
+// memory are as flat at the end as at the start.
+//   velcan_stress [SEQUENTIAL_RUNS] [THREADS] [RUNS_PER_THREAD]
+#include <dirent.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <velcan/velcan.h>
+
+namespace {
+
+class Gather : public IBlockingProcessObserver {
+  public:
+    std::string output;
+    void GetOutputBuffer(char** buffer, int* capacity) override {
+        *buffer = buffer_;
+        *capacity = sizeof buffer_;
+    }
+    void OutputReceived(int count) override { output.append(buffer_, static_cast<size_t>(count)); }
+
+  private:
+    char buffer_[256];
+};
+
+int countEntries(const char* path) {
+    DIR* dir = opendir(path);
+    int n = 0;
+    while (dir != nullptr && readdir(dir) != nullptr) {
+        ++n;
+    }
+    if (dir != nullptr) {
+        closedir(dir);
+    }
+    return n;
+}
+
+// Processes whose parent is this one, zombies included.
+int childProcesses() {
+    int n = 0;
+    DIR* proc = opendir("/proc");
+    const std::string self = std::to_string(getpid());
+    while (dirent* entry = readdir(proc)) {
+        std::ifstream stat(std::string("/proc/") + entry->d_name + "/stat");
+        std::string pid, name, state, ppid;
+        if (stat >> pid >> name >> state >> ppid && ppid == self) {
+            ++n;
+        }
+    }
+    closedir(proc);
+    return n;
+}
+
+long residentKiB() {
+    std::ifstream status("/proc/self/status");
+    std::string key;
+    long value = 0;
+    while (status >> key) {
+        if (key == "VmRSS:") {
+            status >> value;
+            return value;
+        }
+        status.ignore(1 << 20, '\n');
+    }
+    return -1;
+}
+
+std::atomic<int> failures(0);
+
+void runOne(const std::string& tag, int code) {
+    Gather out;
+    const std::string command = "sh -c 'echo " + tag + "; exit " + std::to_string(code) + "'";
+    if (LaunchBlockingProcess(command.c_str(), &out) != code || out.output != tag + "\n") {
+        if (failures++ < 5) {
+            std::fprintf(stderr, "stress: wrong result for %s\n", tag.c_str());
+        }
+    }
+}
+
+struct Snapshot {
+    int descriptors;
+    int children;
+    long rss;
+};
+
+Snapshot snapshot() { return {countEntries("/proc/self/fd"), childProcesses(), residentKiB()}; }
+
+bool flat(const char* phase, const Snapshot& before, const Snapshot& after) {
+    std::printf("  %-12s descriptors %d -> %d, child processes %d -> %d, resident %ld -> %ld KiB\n",
+                phase, before.descriptors, after.descriptors, before.children, after.children,
+                before.rss, after.rss);
+    return after.descriptors == before.descriptors && after.children == 0 &&
+           after.rss < before.rss + 4096;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const int sequential = argc > 1 ? std::atoi(argv[1]) : 10000;
+    const int threads = argc > 2 ? std::atoi(argv[2]) : 16;
+    const int perThread = argc > 3 ? std::atoi(argv[3]) : 300;
+    bool ok = true;
+
+    // Warm up the allocator and the library before the first snapshot.
+    for (int i = 0; i < 20; ++i) {
+        runOne("warm", 0);
+    }
+
+    std::printf("%d sequential runs\n", sequential);
+    Snapshot start = snapshot();
+    const auto t0 = std::chrono::steady_clock::now();
+    for (int i = 0; i < sequential; ++i) {
+        runOne("s" + std::to_string(i), i % 256);
+    }
+    const std::chrono::duration<double> t1 = std::chrono::steady_clock::now() - t0;
+    std::printf("  %.1f s, %.0f runs/s\n", t1.count(), sequential / t1.count());
+    ok = flat("sequential", start, snapshot()) && ok;
+
+    std::printf("%d threads x %d runs\n", threads, perThread);
+    start = snapshot();
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t) {
+        pool.emplace_back([t, perThread] {
+            for (int r = 0; r < perThread; ++r) {
+                runOne("t" + std::to_string(t) + "r" + std::to_string(r), (t + r) % 256);
+            }
+        });
+    }
+    for (std::thread& th : pool) {
+        th.join();
+    }
+    ok = flat("threads", start, snapshot()) && ok;
+
+    std::printf("short runs while 3 threads run 1-second children\n");
+    std::atomic<bool> stop(false);
+    std::vector<std::thread> longRunners;
+    for (int i = 0; i < 3; ++i) {
+        longRunners.emplace_back([&stop] {
+            while (!stop) {
+                LaunchBlockingProcess("sleep 1", nullptr);
+            }
+        });
+    }
+    double longest = 0;
+    for (int i = 0; i < 300; ++i) {
+        const auto s = std::chrono::steady_clock::now();
+        runOne("short", 0);
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - s;
+        longest = std::max(longest, took.count());
+    }
+    stop = true;
+    for (std::thread& th : longRunners) {
+        th.join();
+    }
+    std::printf("  longest short run %.3f s (limit 0.2 s)\n", longest);
+    ok = ok && longest < 0.2;
+
+    std::printf("wrong outputs or exit codes: %d\n", failures.load());
+    ok = ok && failures == 0;
+    std::printf("stress: %s\n", ok ? "ok" : "FAILED");
+    return ok ? 0 : 1;
+}
