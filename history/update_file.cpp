@@ -24,7 +24,7 @@ TUpdateVersionInfo VelcanParseUpdateFile(const char* path) {
         }
         if (isFinal != 0) {
             std::fclose(file);
-            return reader.info();
+            return reader.takeInfo();
         }
     }
 }

@@ -1,24 +1,31 @@
 #include "history/update_file_parser.h"
 
+#include <utility>
+
 #include "history/ascii.h"
 
-TUpdateFileParser::TUpdateFileParser() : expatpp(true), inFeatureDescription(false) {}
+TUpdateFileParser::TUpdateFileParser()
+    : expatpp(true), currentStored(false), inFeatureDescription(false) {}
 
 TUpdateFileParser::~TUpdateFileParser() = default;
 
 void TUpdateFileParser::startElement(const char* name, const char** atts) {
     if (equalsIgnoringCase(name, "Version")) {
-        TUpdateVersion fresh;
+        // A missing attribute gives an empty text: nothing carries over.
+        const char* number = "";
+        const char* date = "";
         for (const char** a = atts; a[0] != nullptr; a += 2) {
             if (equalsIgnoringCase(a[0], "number")) {
-                fresh.number = a[1];
+                number = a[1];
             } else if (equalsIgnoringCase(a[0], "date")) {
-                fresh.date = a[1];
+                date = a[1];
             }
         }
-        currentVersion.number = fresh.number;
-        currentVersion.date = fresh.date;
+        currentVersion.number.assign(number);
+        currentVersion.date.assign(date);
         currentVersion.featureDescriptions.clear();
+        currentStored = false;
+        laterDescriptions.clear();
     } else if (equalsIgnoringCase(name, "FeatureDescription")) {
         featureText.clear();
         inFeatureDescription = true;
@@ -26,11 +33,26 @@ void TUpdateFileParser::startElement(const char* name, const char** atts) {
 }
 
 void TUpdateFileParser::endElement(const char* name) {
+    std::vector<TUpdateVersion>& versions = info_.versions;
     if (equalsIgnoringCase(name, "Version")) {
-        info_.versions.push_back(currentVersion);
+        if (!currentStored) {
+            versions.push_back(std::move(currentVersion));
+            currentStored = true;
+        } else {
+            // A second end without a new start (nested versions): store the same contents
+            // again, with whatever descriptions ended in between.
+            TUpdateVersion again = versions.back();
+            for (std::string& d : laterDescriptions) {
+                again.featureDescriptions.push_back(std::move(d));
+            }
+            laterDescriptions.clear();
+            versions.push_back(std::move(again));
+        }
     } else if (equalsIgnoringCase(name, "FeatureDescription")) {
         inFeatureDescription = false;
-        currentVersion.featureDescriptions.push_back(featureText);
+        std::vector<std::string>& target =
+            currentStored ? laterDescriptions : currentVersion.featureDescriptions;
+        target.emplace_back(featureText); // an exact-size copy; featureText keeps its buffer
         featureText.clear();
     }
 }

@@ -3,6 +3,8 @@
 #define VELCAN_HISTORY_UPDATE_FILE_PARSER_H
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "history/update_file.h"
 #include "xml/expatpp.h"
@@ -16,13 +18,20 @@ class TUpdateFileParser : public expatpp {
     void endElement(const char* name) override;
     void charData(const char* s, int len) override;
 
-    // The record gathered so far.
-    TUpdateVersionInfo& info() { return info_; }
+    // Hands over the record gathered so far; the reader is done with it.
+    TUpdateVersionInfo takeInfo() { return std::move(info_); }
 
   private:
     TUpdateVersionInfo info_;
+    // The version being filled. A Version end stores it in info_ and it keeps its contents
+    // until the next Version starts. To store it without a copy, the end moves it into
+    // info_.versions.back() and sets currentStored: its contents are then that record plus
+    // the descriptions that ended since (laterDescriptions).
     TUpdateVersion currentVersion;
+    bool currentStored;
+    std::vector<std::string> laterDescriptions;
     bool inFeatureDescription;
+    // Reused for every description, so its buffer grows once rather than per description.
     std::string featureText;
 };
 

@@ -1,0 +1,420 @@
+// velcan's measures, each beside its physical floor measured in the same run. Pairs run in
+// interleaved rounds; the ratio is of the medians. Prints one table.
+//   velcan_bench [--quick]
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <expat.h>
+#include <velcan/velcan.h>
+
+#include "generate_history.h"
+
+extern char** environ;
+
+// Heap accounting for the memory measure: live and peak bytes through operator new.
+namespace {
+std::atomic<long> liveBytes(0);
+std::atomic<long> peakBytes(0);
+} // namespace
+
+void* operator new(std::size_t size) {
+    void* p = std::malloc(size + 16);
+    if (p == nullptr) {
+        throw std::bad_alloc();
+    }
+    *static_cast<std::size_t*>(p) = size;
+    const long live = liveBytes += static_cast<long>(size);
+    long peak = peakBytes;
+    while (live > peak && !peakBytes.compare_exchange_weak(peak, live)) {
+    }
+    return static_cast<char*>(p) + 16;
+}
+void operator delete(void* p) noexcept {
+    if (p != nullptr) {
+        char* base = static_cast<char*>(p) - 16;
+        liveBytes -= static_cast<long>(*reinterpret_cast<std::size_t*>(base));
+        std::free(base);
+    }
+}
+void operator delete(void* p, std::size_t) noexcept { operator delete(p); }
+void* operator new[](std::size_t size) { return operator new(size); }
+void operator delete[](void* p) noexcept { operator delete(p); }
+void operator delete[](void* p, std::size_t) noexcept { operator delete(p); }
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double seconds(const std::function<void()>& f) {
+    const auto start = Clock::now();
+    f();
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+double median(std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+struct Pair {
+    double measure;
+    double baseline;
+};
+
+// Interleaved rounds of a measure and its baseline; the medians of each.
+Pair interleaved(int rounds, const std::function<double()>& measure,
+                 const std::function<double()>& baseline) {
+    std::vector<double> m, b;
+    for (int r = 0; r < rounds; ++r) {
+        if (r % 2 == 0) {
+            b.push_back(baseline());
+            m.push_back(measure());
+        } else {
+            m.push_back(measure());
+            b.push_back(baseline());
+        }
+    }
+    return {median(m), median(b)};
+}
+
+int failures = 0;
+
+void row(const char* name, const std::string& measure, const std::string& baseline,
+         double ratio, double target, const char* unit = "x") {
+    const bool pass = ratio <= target;
+    failures += pass ? 0 : 1;
+    std::printf("| %-44s | %-14s | %-14s | %7.3f%s | <= %.2f%s | %-4s |\n", name, measure.c_str(),
+                baseline.c_str(), ratio, unit, target, unit, pass ? "pass" : "FAIL");
+}
+
+void info(const char* name, const std::string& measure, const std::string& baseline) {
+    std::printf("| %-44s | %-14s | %-14s | %8s | %9s | %-4s |\n", name, measure.c_str(),
+                baseline.c_str(), "", "", "info");
+}
+
+std::string ms(double s) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%.2f ms", s * 1e3);
+    return b;
+}
+std::string us(double s) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%.1f us", s * 1e6);
+    return b;
+}
+std::string mib(double bytes) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%.1f MiB", bytes / (1 << 20));
+    return b;
+}
+
+// --- the version history ---------------------------------------------------------------
+
+double expatAlone(const std::string& path) {
+    return seconds([&] {
+        FILE* f = std::fopen(path.c_str(), "r");
+        XML_Parser p = XML_ParserCreate(nullptr);
+        char buffer[1024];
+        for (;;) {
+            const size_t n = std::fread(buffer, 1, sizeof buffer, f);
+            if (XML_Parse(p, buffer, static_cast<int>(n), n < sizeof buffer) == 0 ||
+                n < sizeof buffer) {
+                break;
+            }
+        }
+        XML_ParserFree(p);
+        std::fclose(f);
+    });
+}
+
+size_t heapBytes(const std::string& s) { return s.capacity() > 15 ? s.capacity() + 1 : 0; }
+
+size_t ownedBytes(const TUpdateVersionInfo& info) {
+    size_t total = info.versions.capacity() * sizeof(TUpdateVersion) + heapBytes(info.extraText);
+    for (const TUpdateVersion& v : info.versions) {
+        total += heapBytes(v.number) + heapBytes(v.date) +
+                 v.featureDescriptions.capacity() * sizeof(std::string);
+        for (const std::string& d : v.featureDescriptions) {
+            total += heapBytes(d);
+        }
+    }
+    return total;
+}
+
+void historyMeasures(bool quick) {
+    const std::string path = "/tmp/velcan-bench-history.xml";
+    const long versions = generateHistory(path, quick ? (2L << 20) : (50L << 20));
+    size_t versionsRead = 0;
+    const Pair t = interleaved(quick ? 3 : 7, [&] {
+        return seconds([&] { versionsRead = VelcanParseUpdateFile(path.c_str()).versions.size(); });
+    }, [&] { return expatAlone(path); });
+    char name[64];
+    std::snprintf(name, sizeof name, "VelcanParseUpdateFile, %ld versions", versions);
+    row(name, ms(t.measure), ms(t.baseline), t.measure / t.baseline, 1.10);
+    if (static_cast<long>(versionsRead) != versions) {
+        std::printf("  read %zu versions of %ld\n", versionsRead, versions);
+        ++failures;
+    }
+
+    const long before = liveBytes;
+    peakBytes = before;
+    const TUpdateVersionInfo info = VelcanParseUpdateFile(path.c_str());
+    const double growth = static_cast<double>(peakBytes - before);
+    const double owned = static_cast<double>(ownedBytes(info));
+    row("peak heap growth / bytes the record owns", mib(growth), mib(owned), growth / owned, 1.20);
+    std::remove(path.c_str());
+}
+
+// --- expatpp dispatch -------------------------------------------------------------------
+
+struct Work {
+    unsigned long sum = 0;
+    void name(const char* s) {
+        for (; *s != '\0'; ++s) {
+            sum += static_cast<unsigned char>(*s);
+        }
+    }
+    void text(const char* s, int len) {
+        for (int i = 0; i < len; ++i) {
+            sum += static_cast<unsigned char>(s[i]);
+        }
+    }
+};
+
+class WorkReader : public expatpp {
+  public:
+    Work work;
+    void startElement(const char* name, const char**) override { work.name(name); }
+    void endElement(const char* name) override { work.name(name); }
+    void charData(const char* s, int len) override { work.text(s, len); }
+};
+
+void XMLCALL cStart(void* w, const char* name, const char**) { static_cast<Work*>(w)->name(name); }
+void XMLCALL cEnd(void* w, const char* name) { static_cast<Work*>(w)->name(name); }
+void XMLCALL cText(void* w, const char* s, int len) { static_cast<Work*>(w)->text(s, len); }
+
+void dispatchMeasure(bool quick) {
+    const std::string path = "/tmp/velcan-bench-dispatch.xml";
+    generateHistory(path, quick ? (1L << 20) : (20L << 20));
+    std::string doc;
+    {
+        FILE* f = std::fopen(path.c_str(), "rb");
+        char buffer[65536];
+        size_t n;
+        while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) {
+            doc.append(buffer, n);
+        }
+        std::fclose(f);
+        std::remove(path.c_str());
+    }
+    unsigned long a = 0, b = 0;
+    const Pair t = interleaved(quick ? 3 : 9, [&] {
+        return seconds([&] {
+            WorkReader r;
+            r.XML_Parse(doc.data(), static_cast<int>(doc.size()), 1);
+            a = r.work.sum;
+        });
+    }, [&] {
+        return seconds([&] {
+            Work w;
+            XML_Parser p = XML_ParserCreate(nullptr);
+            XML_SetUserData(p, &w);
+            XML_SetElementHandler(p, cStart, cEnd);
+            XML_SetCharacterDataHandler(p, cText);
+            XML_Parse(p, doc.data(), static_cast<int>(doc.size()), 1);
+            XML_ParserFree(p);
+            b = w.sum;
+        });
+    });
+    row("expatpp virtual events / plain C callbacks", ms(t.measure), ms(t.baseline),
+        t.measure / t.baseline, 1.03);
+    if (a != b) {
+        ++failures;
+    }
+}
+
+// --- the runner -------------------------------------------------------------------------
+
+pid_t spawnWithPipe(const char* const argv[], int* readEnd) {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        return -1;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
+    pid_t pid = -1;
+    posix_spawnp(&pid, argv[0], &actions, nullptr, const_cast<char* const*>(argv), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(fds[1]);
+    *readEnd = fds[0];
+    return pid;
+}
+
+double spawnTrueBaseline(int runs) {
+    return seconds([&] {
+        for (int i = 0; i < runs; ++i) {
+            const char* const argv[] = {"true", nullptr};
+            pid_t pid = 0;
+            posix_spawnp(&pid, "true", nullptr, nullptr, const_cast<char* const*>(argv), environ);
+            waitpid(pid, nullptr, 0);
+        }
+    }) / runs;
+}
+
+double launchTrue(int runs) {
+    return seconds([&] {
+        for (int i = 0; i < runs; ++i) {
+            LaunchBlockingProcess("true", nullptr);
+        }
+    }) / runs;
+}
+
+// Sets the soft open-file limit, raising the hard one first where this process may.
+bool setOpenFileLimit(rlim_t n) {
+    struct rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    if (limit.rlim_max < n) {
+        limit.rlim_max = n;
+    }
+    limit.rlim_cur = n;
+    return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
+class Reuse : public IBlockingProcessObserver {
+  public:
+    explicit Reuse(size_t size) : buffer_(size) {}
+    long total = 0;
+    double firstAt = 0;
+    Clock::time_point start;
+    void GetOutputBuffer(char** buffer, int* capacity) override {
+        *buffer = buffer_.data();
+        *capacity = static_cast<int>(buffer_.size());
+    }
+    void OutputReceived(int count) override {
+        if (total == 0) {
+            firstAt = std::chrono::duration<double>(Clock::now() - start).count();
+        }
+        total += count;
+    }
+
+  private:
+    std::vector<char> buffer_;
+};
+
+void runnerMeasures(bool quick) {
+    const int runs = quick ? 20 : 300;
+    struct rlimit saved;
+    getrlimit(RLIMIT_NOFILE, &saved);
+    setOpenFileLimit(1024);
+    const Pair spawn = interleaved(quick ? 3 : 7, [&] { return launchTrue(runs); },
+                                   [&] { return spawnTrueBaseline(runs); });
+    row("LaunchBlockingProcess(\"true\") / posix_spawnp", us(spawn.measure), us(spawn.baseline),
+        spawn.measure / spawn.baseline, 1.15);
+
+    // 1048576 where this process may raise its hard limit, else as high as it may go.
+    rlim_t high = 1048576;
+    if (!setOpenFileLimit(high)) {
+        high = saved.rlim_max;
+    }
+    const Pair limits = interleaved(quick ? 3 : 7, [&] {
+        setOpenFileLimit(high);
+        return launchTrue(runs);
+    }, [&] {
+        setOpenFileLimit(1024);
+        return launchTrue(runs);
+    });
+    char limitName[64];
+    std::snprintf(limitName, sizeof limitName, "same, open-file limit %lu / 1024",
+                  static_cast<unsigned long>(high));
+    row(limitName, us(limits.measure), us(limits.baseline), limits.measure / limits.baseline,
+        1.10);
+    setrlimit(RLIMIT_NOFILE, &saved);
+
+    const long bytes = quick ? (20L << 20) : (500L << 20);
+    const std::string count = std::to_string(bytes);
+    for (size_t size : {size_t(65536), size_t(4096)}) {
+        const std::string command = "head -c " + count + " /dev/zero";
+        const Pair stream = interleaved(quick ? 3 : 5, [&] {
+            Reuse out(size);
+            return seconds([&] { LaunchBlockingProcess(command.c_str(), &out); });
+        }, [&] {
+            return seconds([&] {
+                const char* const argv[] = {"head", "-c", count.c_str(), "/dev/zero", nullptr};
+                int fd = -1;
+                const pid_t pid = spawnWithPipe(argv, &fd);
+                std::vector<char> buffer(size);
+                while (read(fd, buffer.data(), size - 1) > 0) {
+                }
+                close(fd);
+                waitpid(pid, nullptr, 0);
+            });
+        });
+        char name[64];
+        std::snprintf(name, sizeof name, "stream %ld MiB, %zu KiB buffer / read loop", bytes >> 20,
+                      size / 1024);
+        row(name, ms(stream.measure), ms(stream.baseline), stream.measure / stream.baseline, 1.05);
+    }
+
+    const Pair first = interleaved(quick ? 3 : 15, [&] {
+        Reuse out(4096);
+        out.start = Clock::now();
+        LaunchBlockingProcess("sh -c 'echo ready; exec sleep 0.05'", &out);
+        return out.firstAt;
+    }, [&] {
+        const auto start = Clock::now();
+        const char* const argv[] = {"sh", "-c", "echo ready; exec sleep 0.05", nullptr};
+        int fd = -1;
+        const pid_t pid = spawnWithPipe(argv, &fd);
+        char buffer[4096];
+        read(fd, buffer, sizeof buffer - 1);
+        const double at = std::chrono::duration<double>(Clock::now() - start).count();
+        while (read(fd, buffer, sizeof buffer - 1) > 0) {
+        }
+        close(fd);
+        waitpid(pid, nullptr, 0);
+        return at;
+    });
+    row("first byte, runner - read loop (us)", us(first.measure), us(first.baseline),
+        (first.measure - first.baseline) * 1e6, 50, "us");
+
+    // The known limit: ACE starts children with fork, whose cost grows with the caller.
+    std::vector<char> gib(quick ? (64u << 20) : (1u << 30), 1);
+    const Pair big = interleaved(quick ? 3 : 5, [&] { return launchTrue(runs / 4 + 1); },
+                                 [&] { return spawnTrueBaseline(runs / 4 + 1); });
+    char name[64];
+    std::snprintf(name, sizeof name, "caller holding %zu MiB: runner, posix_spawnp", gib.size() >> 20);
+    info(name, us(big.measure), us(big.baseline));
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const bool quick = argc > 1 && std::strcmp(argv[1], "--quick") == 0;
+    std::printf("| %-44s | %-14s | %-14s | %9s | %9s | %-4s |\n", "measure", "value", "baseline",
+                "ratio", "target", "");
+    std::printf("|%s|%s|%s|%s|%s|%s|\n", std::string(46, '-').c_str(), std::string(16, '-').c_str(),
+                std::string(16, '-').c_str(), std::string(11, '-').c_str(),
+                std::string(11, '-').c_str(), std::string(6, '-').c_str());
+    historyMeasures(quick);
+    dispatchMeasure(quick);
+    runnerMeasures(quick);
+    std::printf("%d of the targets missed%s\n", failures, quick ? " (quick run: sizes too small to judge)" : "");
+    return 0;
+}
