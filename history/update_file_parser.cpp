@@ -10,7 +10,7 @@ TUpdateFileParser::TUpdateFileParser()
 TUpdateFileParser::~TUpdateFileParser() = default;
 
 void TUpdateFileParser::startElement(const char* name, const char** atts) {
-    if (equalsIgnoringCase(name, "Version")) {
+    if (equalsIgnoringCase(name, "version")) {
         // A missing attribute gives an empty text: nothing carries over.
         const char* number = "";
         const char* date = "";
@@ -26,7 +26,7 @@ void TUpdateFileParser::startElement(const char* name, const char** atts) {
         currentVersion.featureDescriptions.clear();
         currentStored = false;
         laterDescriptions.clear();
-    } else if (equalsIgnoringCase(name, "FeatureDescription")) {
+    } else if (equalsIgnoringCase(name, "featuredescription")) {
         featureText.clear();
         inFeatureDescription = true;
     }
@@ -34,9 +34,19 @@ void TUpdateFileParser::startElement(const char* name, const char** atts) {
 
 void TUpdateFileParser::endElement(const char* name) {
     std::vector<TUpdateVersion>& versions = info_.versions;
-    if (equalsIgnoringCase(name, "Version")) {
+    if (equalsIgnoringCase(name, "version")) {
         if (!currentStored) {
-            versions.push_back(std::move(currentVersion));
+            // Moved out into a record of exactly the right size; currentVersion keeps its
+            // buffers for the next version.
+            versions.emplace_back();
+            TUpdateVersion& stored = versions.back();
+            stored.number.swap(currentVersion.number);
+            stored.date.swap(currentVersion.date);
+            std::vector<std::string>& descriptions = currentVersion.featureDescriptions;
+            stored.featureDescriptions.reserve(descriptions.size());
+            for (std::string& d : descriptions) {
+                stored.featureDescriptions.push_back(std::move(d));
+            }
             currentStored = true;
         } else {
             // A second end without a new start (nested versions): store the same contents
@@ -48,7 +58,7 @@ void TUpdateFileParser::endElement(const char* name) {
             laterDescriptions.clear();
             versions.push_back(std::move(again));
         }
-    } else if (equalsIgnoringCase(name, "FeatureDescription")) {
+    } else if (equalsIgnoringCase(name, "featuredescription")) {
         inFeatureDescription = false;
         std::vector<std::string>& target =
             currentStored ? laterDescriptions : currentVersion.featureDescriptions;

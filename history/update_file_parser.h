@@ -24,7 +24,7 @@ class TUpdateFileParser : public expatpp {
   private:
     TUpdateVersionInfo info_;
     // The version being filled. A Version end stores it in info_ and it keeps its contents
-    // until the next Version starts. To store it without a copy, the end moves it into
+    // until the next Version starts. To store it without a copy, the end moves its texts into
     // info_.versions.back() and sets currentStored: its contents are then that record plus
     // the descriptions that ended since (laterDescriptions).
     TUpdateVersion currentVersion;
