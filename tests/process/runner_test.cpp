@@ -217,8 +217,7 @@ void onAlarm(int) {}
 TEST(Runner, InterruptedReadsAndWaitAreRetried) {
     struct sigaction action = {};
     action.sa_handler = onAlarm; // no SA_RESTART: reads and waits fail with EINTR
-    struct sigaction previous = {};
-    ASSERT_EQ(sigaction(SIGALRM, &action, &previous), 0);
+    ASSERT_EQ(sigaction(SIGALRM, &action, nullptr), 0);
     struct itimerval every = {{0, 2000}, {0, 2000}};
     ASSERT_EQ(setitimer(ITIMER_REAL, &every, nullptr), 0);
     Collector out;
@@ -227,7 +226,8 @@ TEST(Runner, InterruptedReadsAndWaitAreRetried) {
         &out);
     struct itimerval off = {};
     setitimer(ITIMER_REAL, &off, nullptr);
-    sigaction(SIGALRM, &previous, nullptr);
+    // The do-nothing handler stays: a signal still on its way (valgrind delivers late) must
+    // not end the test program.
     EXPECT_EQ(code, 5);
     EXPECT_EQ(out.output, "1\n2\n3\n4\n5\n6\n7\n8\n9\n10\n");
 }
