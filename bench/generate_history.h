@@ -29,7 +29,7 @@ inline long generateHistory(const std::string& path, long bytes) {
         const int descriptions = 2 + static_cast<int>(next() % 2);
         for (int d = 0; d < descriptions; ++d) {
             text += "    <FeatureDescription>";
-            const int count = 12 + static_cast<int>(next() % 10);
+            const int count = 6 + static_cast<int>(next() % 8);
             for (int w = 0; w < count; ++w) {
                 text += words[next() % 15];
                 const unsigned r = next() % 23;
