@@ -2,6 +2,7 @@
 #ifndef VELCAN_TESTS_PROCESS_COLLECTOR_H
 #define VELCAN_TESTS_PROCESS_COLLECTOR_H
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,20 @@ class Collector : public IBlockingProcessObserver {
     std::vector<char> buffer_;
     int capacity_;
 };
+
+// What a run that the runner refuses or cannot start leaves behind.
+struct NotRun {
+    int code;
+    int error;
+    int observerCalls;
+};
+
+inline NotRun launchExpectingNoRun(const std::string& commandLine) {
+    Collector out;
+    errno = 0;
+    const int code = LaunchBlockingProcess(commandLine.c_str(), &out);
+    return {code, errno, out.bufferCalls + out.pieces};
+}
 
 inline std::string shell(const std::string& script) { return "sh -c '" + script + "'"; }
 

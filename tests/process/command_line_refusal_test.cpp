@@ -8,19 +8,6 @@
 
 namespace {
 
-struct Refusal {
-    int code;
-    int error;
-    int observerCalls;
-};
-
-Refusal launch(const std::string& commandLine) {
-    Collector out;
-    errno = 0;
-    const int code = LaunchBlockingProcess(commandLine.c_str(), &out);
-    return {code, errno, out.bufferCalls + out.pieces};
-}
-
 std::string echoWithArguments(int count) {
     std::string line = "echo";
     for (int i = 1; i < count; ++i) {
@@ -30,14 +17,14 @@ std::string echoWithArguments(int count) {
 }
 
 TEST(CommandLineRefusal, EmptyLineIsNoSuchFile) {
-    const Refusal r = launch("");
+    const NotRun r = launchExpectingNoRun("");
     EXPECT_EQ(r.code, 127);
     EXPECT_EQ(r.error, ENOENT);
     EXPECT_EQ(r.observerCalls, 0);
 }
 
 TEST(CommandLineRefusal, BlankLineIsNoSuchFile) {
-    const Refusal r = launch("    ");
+    const NotRun r = launchExpectingNoRun("    ");
     EXPECT_EQ(r.code, 127);
     EXPECT_EQ(r.error, ENOENT);
     EXPECT_EQ(r.observerCalls, 0);
@@ -52,7 +39,7 @@ TEST(CommandLineRefusal, NullLineIsNoSuchFile) {
 }
 
 TEST(CommandLineRefusal, LineLongerThan1023CharactersIsTooBig) {
-    const Refusal r = launch("echo " + std::string(1019, 'x'));
+    const NotRun r = launchExpectingNoRun("echo " + std::string(1019, 'x'));
     EXPECT_EQ(r.code, 127);
     EXPECT_EQ(r.error, E2BIG);
     EXPECT_EQ(r.observerCalls, 0);
@@ -70,12 +57,12 @@ TEST(CommandLineRefusal, LengthIsCountedAfterDoublePercentsAreFolded) {
     const std::string percents(800, '%');
     EXPECT_EQ(LaunchBlockingProcess(("echo " + percents + std::string(618, 'y')).c_str(), &out), 0);
     EXPECT_EQ(out.output, std::string(400, '%') + std::string(618, 'y') + "\n");
-    const Refusal r = launch("echo " + percents + std::string(619, 'y'));
+    const NotRun r = launchExpectingNoRun("echo " + percents + std::string(619, 'y'));
     EXPECT_EQ(r.error, E2BIG);
 }
 
 TEST(CommandLineRefusal, MoreThan127ArgumentsIsTooBig) {
-    const Refusal r = launch(echoWithArguments(128));
+    const NotRun r = launchExpectingNoRun(echoWithArguments(128));
     EXPECT_EQ(r.code, 127);
     EXPECT_EQ(r.error, E2BIG);
     EXPECT_EQ(r.observerCalls, 0);
@@ -89,7 +76,7 @@ TEST(CommandLineRefusal, Exactly127ArgumentsRun) {
 
 TEST(CommandLineRefusal, LonePercentSignIsInvalid) {
     for (const char* line : {"echo %s", "echo 100%", "echo %d%%", "echo %%%"}) {
-        const Refusal r = launch(line);
+        const NotRun r = launchExpectingNoRun(line);
         EXPECT_EQ(r.code, 127) << line;
         EXPECT_EQ(r.error, EINVAL) << line;
         EXPECT_EQ(r.observerCalls, 0) << line;

@@ -41,37 +41,32 @@ TEST(Runner, ChildReadingStandardInputSeesTheEndAtOnce) {
 }
 
 TEST(Runner, ProgramThatCannotBeFoundReturns127AndReceivesNothing) {
-    Collector out;
-    errno = 0;
-    EXPECT_EQ(LaunchBlockingProcess("velcan-no-such-program --flag", &out), 127);
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(out.pieces, 0);
-    EXPECT_EQ(out.bufferCalls, 0);
+    const NotRun r = launchExpectingNoRun("velcan-no-such-program --flag");
+    EXPECT_EQ(r.code, 127);
+    EXPECT_EQ(r.error, ENOENT);
+    EXPECT_EQ(r.observerCalls, 0);
 }
 
 TEST(Runner, ProgramPathThatDoesNotExistReturns127WithNoSuchFile) {
-    Collector out;
-    errno = 0;
-    EXPECT_EQ(LaunchBlockingProcess("/nonexistent/velcan/tool arg", &out), 127);
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(out.pieces, 0);
+    const NotRun r = launchExpectingNoRun("/nonexistent/velcan/tool arg");
+    EXPECT_EQ(r.code, 127);
+    EXPECT_EQ(r.error, ENOENT);
+    EXPECT_EQ(r.observerCalls, 0);
 }
 
 TEST(Runner, FileWithoutExecutePermissionReturns127WithAccessDenied) {
     TempFile script("#!/bin/sh\necho ran\n");
-    Collector out;
-    errno = 0;
-    EXPECT_EQ(LaunchBlockingProcess(script.path(), &out), 127);
-    EXPECT_EQ(errno, EACCES);
-    EXPECT_EQ(out.pieces, 0);
+    const NotRun r = launchExpectingNoRun(script.path());
+    EXPECT_EQ(r.code, 127);
+    EXPECT_EQ(r.error, EACCES);
+    EXPECT_EQ(r.observerCalls, 0);
 }
 
 TEST(Runner, DirectoryAsProgramReturns127WithAccessDenied) {
-    Collector out;
-    errno = 0;
-    EXPECT_EQ(LaunchBlockingProcess("/tmp", &out), 127);
-    EXPECT_EQ(errno, EACCES);
-    EXPECT_EQ(out.pieces, 0);
+    const NotRun r = launchExpectingNoRun("/tmp");
+    EXPECT_EQ(r.code, 127);
+    EXPECT_EQ(r.error, EACCES);
+    EXPECT_EQ(r.observerCalls, 0);
 }
 
 TEST(Runner, ProgramGivenByPathRuns) {

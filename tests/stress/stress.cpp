@@ -14,22 +14,9 @@
 #include <thread>
 #include <vector>
 
-#include <velcan/velcan.h>
+#include "process/collector.h"
 
 namespace {
-
-class Gather : public IBlockingProcessObserver {
-  public:
-    std::string output;
-    void GetOutputBuffer(char** buffer, int* capacity) override {
-        *buffer = buffer_;
-        *capacity = sizeof buffer_;
-    }
-    void OutputReceived(int count) override { output.append(buffer_, static_cast<size_t>(count)); }
-
-  private:
-    char buffer_[256];
-};
 
 int countEntries(const char* path) {
     DIR* dir = opendir(path);
@@ -76,7 +63,7 @@ long residentKiB() {
 std::atomic<int> failures(0);
 
 void runOne(const std::string& tag, int code) {
-    Gather out;
+    Collector out(256);
     const std::string command = "sh -c 'echo " + tag + "; exit " + std::to_string(code) + "'";
     if (LaunchBlockingProcess(command.c_str(), &out) != code || out.output != tag + "\n") {
         if (failures++ < 5) {
