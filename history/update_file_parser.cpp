@@ -1,15 +1,39 @@
 #include "history/update_file_parser.h"
 
+#include <new>
 #include <utility>
 
 #include "history/ascii.h"
 
 TUpdateFileParser::TUpdateFileParser()
-    : expatpp(true), currentStored(false), inFeatureDescription(false) {}
+    : expatpp(true), currentStored(false), inFeatureDescription(false), outOfMemory_(false) {}
 
 TUpdateFileParser::~TUpdateFileParser() = default;
 
+template <typename Work> void TUpdateFileParser::guarded(Work work) {
+    try {
+        work();
+    } catch (const std::bad_alloc&) {
+        outOfMemory_ = true;
+        XML_StopParser(parser, XML_FALSE);
+    }
+}
+
 void TUpdateFileParser::startElement(const char* name, const char** atts) {
+    guarded([&] { onStartElement(name, atts); });
+}
+
+void TUpdateFileParser::endElement(const char* name) {
+    guarded([&] { onEndElement(name); });
+}
+
+void TUpdateFileParser::charData(const char* s, int len) {
+    if (inFeatureDescription) {
+        guarded([&] { featureText.append(s, static_cast<size_t>(len)); });
+    }
+}
+
+void TUpdateFileParser::onStartElement(const char* name, const char** atts) {
     if (equalsIgnoringCase(name, "version")) {
         // A missing attribute gives an empty text: nothing carries over.
         const char* number = "";
@@ -32,7 +56,7 @@ void TUpdateFileParser::startElement(const char* name, const char** atts) {
     }
 }
 
-void TUpdateFileParser::endElement(const char* name) {
+void TUpdateFileParser::onEndElement(const char* name) {
     std::vector<TUpdateVersion>& versions = info_.versions;
     if (equalsIgnoringCase(name, "version")) {
         if (!currentStored) {
@@ -64,11 +88,5 @@ void TUpdateFileParser::endElement(const char* name) {
             currentStored ? laterDescriptions : currentVersion.featureDescriptions;
         target.emplace_back(featureText); // an exact-size copy; featureText keeps its buffer
         featureText.clear();
-    }
-}
-
-void TUpdateFileParser::charData(const char* s, int len) {
-    if (inFeatureDescription) {
-        featureText.append(s, static_cast<size_t>(len));
     }
 }

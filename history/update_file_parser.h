@@ -21,7 +21,16 @@ class TUpdateFileParser : public expatpp {
     // Hands over the record gathered so far; the reader is done with it.
     TUpdateVersionInfo takeInfo() { return std::move(info_); }
 
+    // True when memory ran out while storing the record; the parser was then stopped.
+    bool outOfMemory() const { return outOfMemory_; }
+
   private:
+    // Runs one event's work. An allocation that fails must not unwind through expat's C
+    // frames: it stops the parser instead, and the read fails.
+    template <typename Work> void guarded(Work work);
+    void onStartElement(const char* name, const char** atts);
+    void onEndElement(const char* name);
+
     TUpdateVersionInfo info_;
     // The version being filled. A Version end stores it in info_ and it keeps its contents
     // until the next Version starts. To store it without a copy, the end moves its texts into
@@ -33,6 +42,7 @@ class TUpdateFileParser : public expatpp {
     bool inFeatureDescription;
     // Reused for every description, so its buffer grows once rather than per description.
     std::string featureText;
+    bool outOfMemory_;
 };
 
 #endif

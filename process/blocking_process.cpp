@@ -86,7 +86,7 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
         }
         // No process came into being: nothing to read or wait for (and a wait for -1 would
         // reap any child of the application).
-        if (process.getpid() != ACE_INVALID_PID) {
+        if (platform::spawned(process)) {
             if (observer != nullptr) {
                 relayOutput(readEnd, observer);
             }

@@ -49,6 +49,9 @@ ptrdiff_t readPipe(ACE_HANDLE handle, char* buffer, size_t size);
 // Closes a handle; a failure only sets errno.
 void closeHandle(ACE_HANDLE handle);
 
+// True when the spawn made a process, which must then be waited for.
+bool spawned(const ACE_Process& process);
+
 // Waits, with no time limit, for the child to end. True with its exit code in *exitCode
 // (128 + the signal number for a child a signal ended); false when the wait fails.
 bool waitForExit(ACE_Process& process, int* exitCode);

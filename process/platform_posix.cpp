@@ -202,6 +202,8 @@ void closeHandle(ACE_HANDLE handle) {
     }
 }
 
+bool spawned(const ACE_Process& process) { return process.getpid() != ACE_INVALID_PID; }
+
 bool waitForExit(ACE_Process& process, int* exitCode) {
     ACE_exitcode status = 0;
     for (;;) {

@@ -43,9 +43,19 @@ void ChildProcess::child(pid_t) {}
 SpawnGuard::SpawnGuard() { spawnMutex.lock(); }
 SpawnGuard::~SpawnGuard() { spawnMutex.unlock(); }
 
-int checkProgram(const char*) {
-    // A program that cannot be started shows as a failed spawn: no process id.
-    return 0;
+int checkProgram(const char* program) {
+    // Found where CreateProcess looks for it (the application's folder, the current folder,
+    // the system folders, then PATH), ".exe" added to a name without an extension.
+    char found[MAX_PATH + 1];
+    const DWORD n = SearchPathA(nullptr, program, ".exe", sizeof found, found, nullptr);
+    if (n == 0 || n > MAX_PATH) {
+        return ENOENT;
+    }
+    const DWORD attributes = GetFileAttributesA(found);
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+        return ENOENT;
+    }
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? EACCES : 0;
 }
 
 int createPipe(ACE_HANDLE ends[2]) {
@@ -87,6 +97,11 @@ void closeHandle(ACE_HANDLE handle) {
     if (handle != ACE_INVALID_HANDLE && !CloseHandle(handle)) {
         setErrnoFromLastError();
     }
+}
+
+bool spawned(const ACE_Process& process) {
+    // ACE leaves the process information zeroed when CreateProcess fails: id 0, no handle.
+    return process.getpid() != ACE_INVALID_PID && process.getpid() != 0;
 }
 
 bool waitForExit(ACE_Process& process, int* exitCode) {

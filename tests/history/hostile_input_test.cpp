@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "history_test_support.h"
+#include "support/open_files.h"
 
 using ::testing::IsEmpty;
 
@@ -87,7 +88,9 @@ TEST(HostileInput, HundredMegabyteAttributeValueIsKept) {
     EXPECT_EQ(info.versions[0].number, "1");
 }
 
-TEST(HostileInput, FiveHundredMegabyteTextNodeBecomesOneDescription) {
+// A 32-bit process has no room for it: the read then fails for lack of memory, with an empty
+// record and the file closed.
+TEST(HostileInput, FiveHundredMegabyteTextNodeBecomesOneDescriptionWhereMemoryAllows) {
     TempFile file("");
     const std::string line = "All work and no play makes a very long text node.\n";
     const std::size_t times = (500u << 20) / line.size();
@@ -98,7 +101,13 @@ TEST(HostileInput, FiveHundredMegabyteTextNodeBecomesOneDescription) {
         out.repeat(line, times);
         out.write("</FeatureDescription></Version></History>");
     }
+    const int before = openDescriptorCount();
     const TUpdateVersionInfo info = VelcanParseUpdateFile(file.path());
+    if (sizeof(void*) == 4) {
+        EXPECT_THAT(info.versions, IsEmpty());
+        EXPECT_EQ(openDescriptorCount(), before);
+        return;
+    }
     ASSERT_EQ(info.versions.size(), 1u);
     ASSERT_EQ(info.versions[0].featureDescriptions.size(), 1u);
     EXPECT_EQ(info.versions[0].featureDescriptions[0].size(), size);
@@ -127,7 +136,7 @@ TEST(HostileInput, Utf16FileWithoutByteOrderMarkIsRecognisedFromItsFirstCharacte
 }
 
 TEST(HostileInput, DirectoryGivenAsTheFileGivesAnEmptyRecord) {
-    EXPECT_THAT(VelcanParseUpdateFile("/").versions, IsEmpty());
+    EXPECT_THAT(VelcanParseUpdateFile(existingDirectory().c_str()).versions, IsEmpty());
 }
 
 } // namespace

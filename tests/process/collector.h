@@ -6,6 +6,10 @@
 #include <string>
 #include <vector>
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 #include <velcan/velcan.h>
 
 // Gathers the output, handing out one buffer of a chosen size, and checks the NUL that
@@ -51,6 +55,21 @@ inline NotRun launchExpectingNoRun(const std::string& commandLine) {
     return {code, errno, out.bufferCalls + out.pieces};
 }
 
+#if defined(_WIN32)
+// A program built with the tests, beside the running test program.
+inline std::string helperProgram(const char* name) {
+    char self[MAX_PATH + 1];
+    const DWORD n = GetModuleFileNameA(nullptr, self, sizeof self);
+    std::string path(self, n);
+    return path.substr(0, path.find_last_of("\\/") + 1) + name + ".exe";
+}
+
+// A program that prints its arguments and a line feed.
+inline std::string echoProgram() { return helperProgram("velcan_echo"); }
+#else
+inline std::string echoProgram() { return "echo"; }
+
 inline std::string shell(const std::string& script) { return "sh -c '" + script + "'"; }
+#endif
 
 #endif

@@ -8,8 +8,13 @@
 
 namespace {
 
+const std::string kEcho = echoProgram();
+
+// Room left for the rest of a line of 1023 characters after "echo ".
+const std::size_t kRest = 1023 - kEcho.size() - 1;
+
 std::string echoWithArguments(int count) {
-    std::string line = "echo";
+    std::string line = kEcho;
     for (int i = 1; i < count; ++i) {
         line += " a";
     }
@@ -39,7 +44,7 @@ TEST(CommandLineRefusal, NullLineIsNoSuchFile) {
 }
 
 TEST(CommandLineRefusal, LineLongerThan1023CharactersIsTooBig) {
-    const NotRun r = launchExpectingNoRun("echo " + std::string(1019, 'x'));
+    const NotRun r = launchExpectingNoRun(kEcho + " " + std::string(kRest + 1, 'x'));
     EXPECT_EQ(r.code, 127);
     EXPECT_EQ(r.error, E2BIG);
     EXPECT_EQ(r.observerCalls, 0);
@@ -47,17 +52,17 @@ TEST(CommandLineRefusal, LineLongerThan1023CharactersIsTooBig) {
 
 TEST(CommandLineRefusal, LineOf1023CharactersRuns) {
     Collector out;
-    EXPECT_EQ(LaunchBlockingProcess(("echo " + std::string(1018, 'x')).c_str(), &out), 0);
-    EXPECT_EQ(out.output, std::string(1018, 'x') + "\n");
+    EXPECT_EQ(LaunchBlockingProcess((kEcho + " " + std::string(kRest, 'x')).c_str(), &out), 0);
+    EXPECT_EQ(out.output, std::string(kRest, 'x') + "\n");
 }
 
 TEST(CommandLineRefusal, LengthIsCountedAfterDoublePercentsAreFolded) {
-    // 1023 characters once each "%%" is one "%", 1423 as written.
+    // 1023 characters once each "%%" is one "%", 400 more as written.
     Collector out;
     const std::string percents(800, '%');
-    EXPECT_EQ(LaunchBlockingProcess(("echo " + percents + std::string(618, 'y')).c_str(), &out), 0);
-    EXPECT_EQ(out.output, std::string(400, '%') + std::string(618, 'y') + "\n");
-    const NotRun r = launchExpectingNoRun("echo " + percents + std::string(619, 'y'));
+    EXPECT_EQ(LaunchBlockingProcess((kEcho + " " + percents + std::string(kRest - 400, 'y')).c_str(), &out), 0);
+    EXPECT_EQ(out.output, std::string(400, '%') + std::string(kRest - 400, 'y') + "\n");
+    const NotRun r = launchExpectingNoRun(kEcho + " " + percents + std::string(kRest - 399, 'y'));
     EXPECT_EQ(r.error, E2BIG);
 }
 
@@ -75,7 +80,8 @@ TEST(CommandLineRefusal, Exactly127ArgumentsRun) {
 }
 
 TEST(CommandLineRefusal, LonePercentSignIsInvalid) {
-    for (const char* line : {"echo %s", "echo 100%", "echo %d%%", "echo %%%"}) {
+    for (const char* tail : {" %s", " 100%", " %d%%", " %%%"}) {
+        const std::string line = kEcho + tail;
         const NotRun r = launchExpectingNoRun(line);
         EXPECT_EQ(r.code, 127) << line;
         EXPECT_EQ(r.error, EINVAL) << line;

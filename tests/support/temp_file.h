@@ -6,28 +6,49 @@
 #include <cstdlib>
 #include <string>
 
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <unistd.h>
+#endif
+
+// A folder that exists and is not a file.
+inline std::string existingDirectory() {
+#if defined(_WIN32)
+    char path[MAX_PATH + 1];
+    const DWORD n = GetTempPathA(sizeof path, path);
+    return n > 0 && n < sizeof path ? std::string(path, n) : std::string("C:\\");
+#else
+    return "/tmp";
+#endif
+}
 
 class TempFile {
   public:
     explicit TempFile(const std::string& content) {
+#if defined(_WIN32)
+        char name[MAX_PATH + 1];
+        if (GetTempFileNameA(existingDirectory().c_str(), "vlc", 0, name) == 0) {
+            std::abort();
+        }
+        path_ = name;
+#else
         char name[] = "/tmp/velcan-test-XXXXXX";
         const int fd = mkstemp(name);
         if (fd < 0) {
             std::abort();
         }
-        path_ = name;
-        std::size_t done = 0;
-        while (done < content.size()) {
-            const ssize_t n = write(fd, content.data() + done, content.size() - done);
-            if (n <= 0) {
-                std::abort();
-            }
-            done += static_cast<std::size_t>(n);
-        }
         close(fd);
+        path_ = name;
+#endif
+        FILE* file = std::fopen(path_.c_str(), "wb");
+        if (file == nullptr ||
+            std::fwrite(content.data(), 1, content.size(), file) != content.size() ||
+            std::fclose(file) != 0) {
+            std::abort();
+        }
     }
-    ~TempFile() { unlink(path_.c_str()); }
+    ~TempFile() { std::remove(path_.c_str()); }
     TempFile(const TempFile&) = delete;
     TempFile& operator=(const TempFile&) = delete;
 

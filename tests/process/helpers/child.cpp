@@ -1,0 +1,116 @@
+// A child for the runner's tests: does what its arguments say, in order, and reports on
+// what it was given.
+//   out TEXT / err TEXT  write TEXT ("\n" for a line end) to standard output / error
+//   sleep MS             sleep
+//   stdin                read standard input to its end; print the count and the kind of input
+//   startup              print how the window was asked to be shown
+//   zeros N              write N zero bytes to standard output
+//   args WORD...         print each remaining word as [WORD]
+//   exit N               end with code N
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#if defined(_WIN32)
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+#endif
+
+namespace {
+
+std::string unescape(const char* text) {
+    std::string s;
+    for (const char* p = text; *p != '\0'; ++p) {
+        if (p[0] == '\\' && p[1] == 'n') {
+            s += '\n';
+            ++p;
+        } else {
+            s += *p;
+        }
+    }
+    return s;
+}
+
+void write(FILE* stream, const std::string& s) {
+    std::fwrite(s.data(), 1, s.size(), stream);
+    std::fflush(stream);
+}
+
+std::string inputKind() {
+#if defined(_WIN32)
+    switch (GetFileType(GetStdHandle(STD_INPUT_HANDLE))) {
+    case FILE_TYPE_CHAR:
+        return "character device";
+    case FILE_TYPE_PIPE:
+        return "pipe";
+    case FILE_TYPE_DISK:
+        return "file";
+    default:
+        return "unknown";
+    }
+#else
+    return "input";
+#endif
+}
+
+std::string startup() {
+#if defined(_WIN32)
+    STARTUPINFOA info;
+    GetStartupInfoA(&info);
+    std::string s = (info.dwFlags & STARTF_USESHOWWINDOW) != 0 ? "STARTF_USESHOWWINDOW" : "-";
+    s += info.wShowWindow == SW_HIDE ? " SW_HIDE" : " shown " + std::to_string(info.wShowWindow);
+    return s + "\n";
+#else
+    return "no windows\n";
+#endif
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+#if defined(_WIN32)
+    // Bytes as they are: no line-end translation.
+    _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
+    _setmode(_fileno(stdin), _O_BINARY);
+#endif
+    for (int i = 1; i < argc; ++i) {
+        const std::string action = argv[i];
+        const char* value = i + 1 < argc ? argv[i + 1] : "";
+        if (action == "out" || action == "err") {
+            write(action == "out" ? stdout : stderr, unescape(value));
+            ++i;
+        } else if (action == "sleep") {
+            std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(value)));
+            ++i;
+        } else if (action == "stdin") {
+            char buffer[4096];
+            std::size_t total = 0;
+            std::size_t n;
+            while ((n = std::fread(buffer, 1, sizeof buffer, stdin)) > 0) {
+                total += n;
+            }
+            write(stdout, "stdin: " + std::to_string(total) + " bytes, " + inputKind() + "\n");
+        } else if (action == "startup") {
+            write(stdout, startup());
+        } else if (action == "zeros") {
+            const std::string zeros(static_cast<std::size_t>(std::atol(value)), '\0');
+            write(stdout, zeros);
+            ++i;
+        } else if (action == "args") {
+            for (++i; i < argc; ++i) {
+                write(stdout, std::string("[") + argv[i] + "]");
+            }
+        } else if (action == "exit") {
+            return std::atoi(value);
+        } else {
+            std::fprintf(stderr, "child: unknown action %s\n", action.c_str());
+            return 2;
+        }
+    }
+    return 0;
+}
