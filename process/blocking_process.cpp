@@ -26,8 +26,8 @@ void relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
     int capacity = 0;
     for (;;) {
         observer->GetOutputBuffer(&buffer, &capacity);
-        const ptrdiff_t n = velcan::platform::readPipe(
-            readEnd, buffer, static_cast<unsigned int>(capacity - 1));
+        const ptrdiff_t n =
+            velcan::platform::readPipe(readEnd, buffer, static_cast<unsigned int>(capacity - 1));
         if (n <= 0) {
             return;
         }
@@ -63,8 +63,7 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
         {
             platform::SpawnGuard guard;
             std::unique_ptr<ACE_Process_Options> options(new ACE_Process_Options(
-                true, kCommandLineBuffer, kEnvironmentBuffer, kEnvironmentEntries,
-                kArgumentSlots));
+                true, kCommandLineBuffer, kEnvironmentBuffer, kEnvironmentEntries, kArgumentSlots));
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"

@@ -173,8 +173,7 @@ void setHandles(ACE_Process_Options& options, ACE_HANDLE input, ACE_HANDLE outpu
     options.set_handles(input, output, output);
     // The copies are plain, inheritable dups: any fork elsewhere in the application would
     // inherit them. The child's own dup2 onto 0, 1 and 2 makes its handles inheritable.
-    const ACE_HANDLE copies[3] = {options.get_stdin(), options.get_stdout(),
-                                  options.get_stderr()};
+    const ACE_HANDLE copies[3] = {options.get_stdin(), options.get_stdout(), options.get_stderr()};
     for (const ACE_HANDLE copy : copies) {
         if (copy != ACE_INVALID_HANDLE) {
             fcntl(copy, F_SETFD, FD_CLOEXEC);
@@ -202,7 +201,9 @@ void closeHandle(ACE_HANDLE handle) {
     }
 }
 
-bool spawned(const ACE_Process& process) { return process.getpid() != ACE_INVALID_PID; }
+bool spawned(const ACE_Process& process) {
+    return process.getpid() != ACE_INVALID_PID;
+}
 
 bool waitForExit(ACE_Process& process, int* exitCode) {
     ACE_exitcode status = 0;

@@ -28,7 +28,9 @@ int errnoFromWindowsError(unsigned long code) {
 
 namespace {
 
-void setErrnoFromLastError() { errno = errnoFromWindowsError(GetLastError()); }
+void setErrnoFromLastError() {
+    errno = errnoFromWindowsError(GetLastError());
+}
 
 // Children start with inheritable copies of their handles and with handle inheritance on,
 // so a child spawned while another call's copies exist would inherit them and hold that
@@ -40,8 +42,12 @@ std::mutex spawnMutex;
 
 void ChildProcess::child(pid_t) {}
 
-SpawnGuard::SpawnGuard() { spawnMutex.lock(); }
-SpawnGuard::~SpawnGuard() { spawnMutex.unlock(); }
+SpawnGuard::SpawnGuard() {
+    spawnMutex.lock();
+}
+SpawnGuard::~SpawnGuard() {
+    spawnMutex.unlock();
+}
 
 int checkProgram(const char* program) {
     // Found where CreateProcess looks for it (the application's folder, the current folder,

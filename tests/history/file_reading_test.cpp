@@ -29,7 +29,9 @@ TEST(HistoryFile, MissingFileGivesAnEmptyRecord) {
     EXPECT_TRUE(isEmptyRecord(VelcanParseUpdateFile("/nonexistent/velcan/history.xml")));
 }
 
-TEST(HistoryFile, EmptyFileGivesAnEmptyRecord) { EXPECT_TRUE(isEmptyRecord(readHistory(""))); }
+TEST(HistoryFile, EmptyFileGivesAnEmptyRecord) {
+    EXPECT_TRUE(isEmptyRecord(readHistory("")));
+}
 
 TEST(HistoryFile, BrokenMarkupGivesAnEmptyRecord) {
     EXPECT_TRUE(isEmptyRecord(readHistory("<History><Version number=\"1\"></History>")));
@@ -38,7 +40,8 @@ TEST(HistoryFile, BrokenMarkupGivesAnEmptyRecord) {
 TEST(HistoryFile, VersionsBeforeAnErrorAreDiscarded) {
     std::string xml = "<History>";
     for (int i = 0; i < 100; ++i) {
-        xml += "<Version number=\"" + std::to_string(i) + "\"><FeatureDescription>x"
+        xml += "<Version number=\"" + std::to_string(i) +
+               "\"><FeatureDescription>x"
                "</FeatureDescription></Version>\n";
     }
     xml += "<broken></History>";
@@ -46,8 +49,8 @@ TEST(HistoryFile, VersionsBeforeAnErrorAreDiscarded) {
 }
 
 TEST(HistoryFile, DocumentThatIsNotStandaloneGivesAnEmptyRecord) {
-    EXPECT_TRUE(isEmptyRecord(
-        readHistory("<!DOCTYPE History SYSTEM \"history.dtd\">" + wrap("<Version number=\"1\"/>"))));
+    EXPECT_TRUE(isEmptyRecord(readHistory("<!DOCTYPE History SYSTEM \"history.dtd\">" +
+                                          wrap("<Version number=\"1\"/>"))));
 }
 
 // The file is opened in text mode. On Windows that ends the file at a Ctrl-Z, so what
@@ -89,8 +92,8 @@ TEST(HistoryFile, DescriptionSpanningSeveralPiecesIsWhole) {
     for (int i = 0; i < 500; ++i) {
         text += "word" + std::to_string(i) + " ";
     }
-    const TUpdateVersionInfo info =
-        readHistory(wrap("<Version><FeatureDescription>" + text + "</FeatureDescription></Version>"));
+    const TUpdateVersionInfo info = readHistory(
+        wrap("<Version><FeatureDescription>" + text + "</FeatureDescription></Version>"));
     ASSERT_EQ(info.versions.size(), 1u);
     EXPECT_THAT(info.versions[0].featureDescriptions, ElementsAre(text));
 }

@@ -48,10 +48,10 @@ TEST(HostileInput, EntityBombInAnAttributeIsStoppedByExpatsAmplificationLimit) {
 }
 
 TEST(HostileInput, EntityBombInADescriptionIsNotExpandedAtAll) {
-    const TUpdateVersionInfo info = readHistory(
-        std::string(kBombDtd) +
-        "<History><Version number=\"1\"><FeatureDescription>x&j;y</FeatureDescription>"
-        "</Version></History>");
+    const TUpdateVersionInfo info =
+        readHistory(std::string(kBombDtd) +
+                    "<History><Version number=\"1\"><FeatureDescription>x&j;y</FeatureDescription>"
+                    "</Version></History>");
     ASSERT_EQ(info.versions.size(), 1u);
     EXPECT_EQ(info.versions[0].featureDescriptions[0], "xy");
 }
@@ -62,7 +62,8 @@ TEST(HostileInput, MillionElementsDeepIsReadWhole) {
         PieceWriter out(file.path());
         out.write("<History>");
         out.repeat("<a>", 1000000);
-        out.write("<Version number=\"deep\"><FeatureDescription>bottom</FeatureDescription></Version>");
+        out.write(
+            "<Version number=\"deep\"><FeatureDescription>bottom</FeatureDescription></Version>");
         out.repeat("</a>", 1000000);
         out.write("</History>");
     }
@@ -115,12 +116,15 @@ TEST(HostileInput, FiveHundredMegabyteTextNodeBecomesOneDescriptionWhereMemoryAl
 
 TEST(HostileInput, InvalidUtf8GivesAnEmptyRecord) {
     EXPECT_THAT(readHistory(wrap("<Version number=\"\xc3\x28\"/>")).versions, IsEmpty());
-    EXPECT_THAT(readHistory(wrap("<Version><FeatureDescription>\xff\xfe</FeatureDescription></Version>")).versions,
-                IsEmpty());
+    EXPECT_THAT(
+        readHistory(wrap("<Version><FeatureDescription>\xff\xfe</FeatureDescription></Version>"))
+            .versions,
+        IsEmpty());
 }
 
 TEST(HostileInput, NulByteGivesAnEmptyRecord) {
-    EXPECT_THAT(readHistory(wrap(std::string("<Version number=\"1\"/>\0", 22))).versions, IsEmpty());
+    EXPECT_THAT(readHistory(wrap(std::string("<Version number=\"1\"/>\0", 22))).versions,
+                IsEmpty());
 }
 
 TEST(HostileInput, Utf16FileWithoutByteOrderMarkIsRecognisedFromItsFirstCharacter) {

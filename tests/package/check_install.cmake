@@ -1,6 +1,8 @@
 # Installs the build into a fresh prefix, then builds and runs the consumer against it,
 # once through find_package and once through pkg-config.
 #   -DBUILD_DIR=... -DWORK=... -DCONSUMER=... -DSAMPLE=... -DCXX=...
+# Cross-built (-DTOOLCHAIN=... -DEMULATOR=...): find_package only, the consumer run by the
+# emulator with the DLL beside it.
 file(REMOVE_RECURSE ${WORK})
 set(prefix ${WORK}/prefix)
 
@@ -21,6 +23,15 @@ foreach(f include/velcan/velcan.h include/velcan/xml/expatpp.h include/velcan/hi
 endforeach()
 
 # find_package
+if(TOOLCHAIN)
+  run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/cmake -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}
+      -DVELCAN_WIN32_DEPS=${DEPS} -Dvelcan_DIR=${prefix}/lib/cmake/velcan)
+  run(${CMAKE_COMMAND} --build ${WORK}/cmake)
+  file(COPY ${prefix}/bin/velcan.dll DESTINATION ${WORK}/cmake)
+  run(${EMULATOR} ${WORK}/cmake/consumer.exe ${SAMPLE})
+  message(STATUS "find_package: ${last_output}")
+  return()
+endif()
 run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/cmake -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_CXX_COMPILER=${CXX})
 run(${CMAKE_COMMAND} --build ${WORK}/cmake)

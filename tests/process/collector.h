@@ -16,7 +16,8 @@
 // must follow every piece.
 class Collector : public IBlockingProcessObserver {
   public:
-    explicit Collector(int capacity = 4096) : buffer_(static_cast<std::size_t>(capacity) + 1, 'x'), capacity_(capacity) {}
+    explicit Collector(int capacity = 4096)
+        : buffer_(static_cast<std::size_t>(capacity) + 1, 'x'), capacity_(capacity) {}
 
     std::string output;
     int bufferCalls = 0;
@@ -30,7 +31,8 @@ class Collector : public IBlockingProcessObserver {
     }
     void OutputReceived(int count) override {
         ++pieces;
-        nulAfterEveryPiece = nulAfterEveryPiece && count >= 1 && buffer_[static_cast<std::size_t>(count)] == '\0';
+        nulAfterEveryPiece =
+            nulAfterEveryPiece && count >= 1 && buffer_[static_cast<std::size_t>(count)] == '\0';
         output.append(buffer_.data(), static_cast<std::size_t>(count));
         onPiece();
     }
@@ -65,11 +67,17 @@ inline std::string helperProgram(const char* name) {
 }
 
 // A program that prints its arguments and a line feed.
-inline std::string echoProgram() { return helperProgram("velcan_echo"); }
+inline std::string echoProgram() {
+    return helperProgram("velcan_echo");
+}
 #else
-inline std::string echoProgram() { return "echo"; }
+inline std::string echoProgram() {
+    return "echo";
+}
 
-inline std::string shell(const std::string& script) { return "sh -c '" + script + "'"; }
+inline std::string shell(const std::string& script) {
+    return "sh -c '" + script + "'";
+}
 #endif
 
 #endif

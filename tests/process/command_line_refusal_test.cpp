@@ -60,7 +60,9 @@ TEST(CommandLineRefusal, LengthIsCountedAfterDoublePercentsAreFolded) {
     // 1023 characters once each "%%" is one "%", 400 more as written.
     Collector out;
     const std::string percents(800, '%');
-    EXPECT_EQ(LaunchBlockingProcess((kEcho + " " + percents + std::string(kRest - 400, 'y')).c_str(), &out), 0);
+    EXPECT_EQ(LaunchBlockingProcess(
+                  (kEcho + " " + percents + std::string(kRest - 400, 'y')).c_str(), &out),
+              0);
     EXPECT_EQ(out.output, std::string(400, '%') + std::string(kRest - 400, 'y') + "\n");
     const NotRun r = launchExpectingNoRun(kEcho + " " + percents + std::string(kRest - 399, 'y'));
     EXPECT_EQ(r.error, E2BIG);

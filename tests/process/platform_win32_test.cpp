@@ -9,15 +9,21 @@ namespace {
 
 using velcan::platform::errnoFromWindowsError;
 
-TEST(WindowsErrors, PathNotFoundBecomesNoSuchFile) { EXPECT_EQ(errnoFromWindowsError(3), ENOENT); }
+TEST(WindowsErrors, PathNotFoundBecomesNoSuchFile) {
+    EXPECT_EQ(errnoFromWindowsError(3), ENOENT);
+}
 
-TEST(WindowsErrors, NotEnoughMemoryBecomesNoMemory) { EXPECT_EQ(errnoFromWindowsError(8), ENOMEM); }
+TEST(WindowsErrors, NotEnoughMemoryBecomesNoMemory) {
+    EXPECT_EQ(errnoFromWindowsError(8), ENOMEM);
+}
 
 TEST(WindowsErrors, SharingViolationBecomesAccessDenied) {
     EXPECT_EQ(errnoFromWindowsError(32), EACCES);
 }
 
-TEST(WindowsErrors, FileExistsBecomesExists) { EXPECT_EQ(errnoFromWindowsError(80), EEXIST); }
+TEST(WindowsErrors, FileExistsBecomesExists) {
+    EXPECT_EQ(errnoFromWindowsError(80), EEXIST);
+}
 
 TEST(WindowsErrors, OtherCodesAreKeptAsTheyAre) {
     EXPECT_EQ(errnoFromWindowsError(109), 109);

@@ -17,7 +17,9 @@
 namespace {
 
 // The helper with the given actions.
-std::string child(const std::string& actions) { return helperProgram("velcan_test_child") + " " + actions; }
+std::string child(const std::string& actions) {
+    return helperProgram("velcan_test_child") + " " + actions;
+}
 
 TEST(WindowsRunner, OutputArrivesExactlyWithNulAfterEachPieceAndTheExitCodeIsReturned) {
     Collector out;

@@ -48,11 +48,15 @@ class TempFile {
             std::abort();
         }
     }
-    ~TempFile() { std::remove(path_.c_str()); }
+    ~TempFile() {
+        std::remove(path_.c_str());
+    }
     TempFile(const TempFile&) = delete;
     TempFile& operator=(const TempFile&) = delete;
 
-    const char* path() const { return path_.c_str(); }
+    const char* path() const {
+        return path_.c_str();
+    }
 
   private:
     std::string path_;

@@ -43,7 +43,14 @@ int main(int argc, char** argv) {
         return 1;
     }
     Counter counter2;
-    if (LaunchBlockingProcess("echo hello", &counter2) != 0 || counter2.received != 6) {
+#if defined(_WIN32)
+    const char* const echo = "cmd /c echo hello"; // "hello\r\n"
+    const int echoed = 7;
+#else
+    const char* const echo = "echo hello";
+    const int echoed = 6;
+#endif
+    if (LaunchBlockingProcess(echo, &counter2) != 0 || counter2.received != echoed) {
         std::fprintf(stderr, "consumer: the runner failed\n");
         return 1;
     }
