@@ -1,5 +1,6 @@
 #include "history/update_file_parser.h"
 
+#include <cstring>
 #include <new>
 #include <utility>
 
@@ -23,8 +24,16 @@ void TUpdateFileParser::startElement(const char* name, const char** atts) {
     guarded([&] { onStartElement(name, atts); });
 }
 
-void TUpdateFileParser::endElement(const char* name) {
-    guarded([&] { onEndElement(name); });
+void TUpdateFileParser::endElement(const char*) {
+    // An end tag names the element its start opened (expat checks that), so the kind found
+    // at the start is reused rather than the name compared again. (A stopped parser may
+    // still end an empty element whose start ran out of memory.)
+    if (outOfMemory_) {
+        return;
+    }
+    const ElementKind kind = openElements.back();
+    openElements.pop_back();
+    guarded([&] { onEndElement(kind); });
 }
 
 void TUpdateFileParser::charData(const char* s, int len) {
@@ -33,8 +42,26 @@ void TUpdateFileParser::charData(const char* s, int len) {
     }
 }
 
+TUpdateFileParser::ElementKind TUpdateFileParser::kindOf(const char* name) {
+    static const char version[] = "version";
+    static const char featureDescription[] = "featuredescription";
+    switch (std::strlen(name)) {
+    case sizeof version - 1:
+        return foldedEquals(name, version, sizeof version - 1) ? ElementKind::Version
+                                                               : ElementKind::Other;
+    case sizeof featureDescription - 1:
+        return foldedEquals(name, featureDescription, sizeof featureDescription - 1)
+                   ? ElementKind::FeatureDescription
+                   : ElementKind::Other;
+    default:
+        return ElementKind::Other;
+    }
+}
+
 void TUpdateFileParser::onStartElement(const char* name, const char** atts) {
-    if (equalsIgnoringCase(name, "version")) {
+    const ElementKind kind = kindOf(name);
+    openElements.push_back(kind);
+    if (kind == ElementKind::Version) {
         // A missing attribute gives an empty text: nothing carries over.
         const char* number = "";
         const char* date = "";
@@ -50,15 +77,15 @@ void TUpdateFileParser::onStartElement(const char* name, const char** atts) {
         currentVersion.featureDescriptions.clear();
         currentStored = false;
         laterDescriptions.clear();
-    } else if (equalsIgnoringCase(name, "featuredescription")) {
+    } else if (kind == ElementKind::FeatureDescription) {
         featureText.clear();
         inFeatureDescription = true;
     }
 }
 
-void TUpdateFileParser::onEndElement(const char* name) {
+void TUpdateFileParser::onEndElement(ElementKind kind) {
     std::vector<TUpdateVersion>& versions = info_.versions;
-    if (equalsIgnoringCase(name, "version")) {
+    if (kind == ElementKind::Version) {
         if (!currentStored) {
             // Moved out into a record of exactly the right size; currentVersion keeps its
             // buffers for the next version.
@@ -82,7 +109,7 @@ void TUpdateFileParser::onEndElement(const char* name) {
             laterDescriptions.clear();
             versions.push_back(std::move(again));
         }
-    } else if (equalsIgnoringCase(name, "featuredescription")) {
+    } else if (kind == ElementKind::FeatureDescription) {
         inFeatureDescription = false;
         std::vector<std::string>& target =
             currentStored ? laterDescriptions : currentVersion.featureDescriptions;

@@ -25,11 +25,14 @@ class TUpdateFileParser : public expatpp {
     bool outOfMemory() const { return outOfMemory_; }
 
   private:
+    enum class ElementKind : unsigned char { Other, Version, FeatureDescription };
+    static ElementKind kindOf(const char* name);
+
     // Runs one event's work. An allocation that fails must not unwind through expat's C
     // frames: it stops the parser instead, and the read fails.
     template <typename Work> void guarded(Work work);
     void onStartElement(const char* name, const char** atts);
-    void onEndElement(const char* name);
+    void onEndElement(ElementKind kind);
 
     TUpdateVersionInfo info_;
     // The version being filled. A Version end stores it in info_ and it keeps its contents
@@ -42,6 +45,8 @@ class TUpdateFileParser : public expatpp {
     bool inFeatureDescription;
     // Reused for every description, so its buffer grows once rather than per description.
     std::string featureText;
+    // The kind of each element open now, outermost first.
+    std::vector<ElementKind> openElements;
     bool outOfMemory_;
 };
 

@@ -10,11 +10,11 @@ using ::testing::IsEmpty;
 namespace {
 
 TEST(HistoryReader, VersionsComeInFileOrderWithTheirDescriptions) {
-    const TUpdateVersionInfo info = readHistory(wrap(
-        "<Version number=\"2.0\" date=\"2026-01-02\">"
-        "<FeatureDescription>first</FeatureDescription>"
-        "<FeatureDescription>second</FeatureDescription></Version>"
-        "<Version number=\"1.0\" date=\"2025-05-06\"></Version>"));
+    const TUpdateVersionInfo info =
+        readHistory(wrap("<Version number=\"2.0\" date=\"2026-01-02\">"
+                         "<FeatureDescription>first</FeatureDescription>"
+                         "<FeatureDescription>second</FeatureDescription></Version>"
+                         "<Version number=\"1.0\" date=\"2025-05-06\"></Version>"));
     ASSERT_EQ(info.versions.size(), 2u);
     EXPECT_EQ(info.versions[0].number, "2.0");
     EXPECT_EQ(info.versions[0].date, "2026-01-02");
@@ -59,8 +59,8 @@ TEST(HistoryReader, AttributeValuesAreNormalisedButNotTrimmed) {
 }
 
 TEST(HistoryReader, DescriptionBeforeTheFirstVersionIsLost) {
-    const TUpdateVersionInfo info = readHistory(
-        wrap("<FeatureDescription>stray</FeatureDescription><Version number=\"1\"/>"));
+    const TUpdateVersionInfo info =
+        readHistory(wrap("<FeatureDescription>stray</FeatureDescription><Version number=\"1\"/>"));
     ASSERT_EQ(info.versions.size(), 1u);
     EXPECT_THAT(info.versions[0].featureDescriptions, IsEmpty());
 }
@@ -97,10 +97,10 @@ TEST(HistoryReader, NestedVersionIsStoredTwiceWithTheInnerValues) {
 }
 
 TEST(HistoryReader, DescriptionAfterANestedVersionEndsJoinsTheOuterCopyOnly) {
-    const TUpdateVersionInfo info = readHistory(
-        wrap("<Version number=\"outer\"><Version number=\"inner\">"
-             "<FeatureDescription>b</FeatureDescription></Version>"
-             "<FeatureDescription>c</FeatureDescription></Version>"));
+    const TUpdateVersionInfo info =
+        readHistory(wrap("<Version number=\"outer\"><Version number=\"inner\">"
+                         "<FeatureDescription>b</FeatureDescription></Version>"
+                         "<FeatureDescription>c</FeatureDescription></Version>"));
     ASSERT_EQ(info.versions.size(), 2u);
     EXPECT_EQ(info.versions[0].number, "inner");
     EXPECT_THAT(info.versions[0].featureDescriptions, ElementsAre("b"));
@@ -109,10 +109,10 @@ TEST(HistoryReader, DescriptionAfterANestedVersionEndsJoinsTheOuterCopyOnly) {
 }
 
 TEST(HistoryReader, RepeatedVersionEndsStoreCopiesThatLaterChangesDoNotReach) {
-    const TUpdateVersionInfo info = readHistory(
-        wrap("<Version number=\"1\"><Version><Version number=\"3\"/>"
-             "<FeatureDescription>x</FeatureDescription></Version>"
-             "<FeatureDescription>y</FeatureDescription></Version>"));
+    const TUpdateVersionInfo info =
+        readHistory(wrap("<Version number=\"1\"><Version><Version number=\"3\"/>"
+                         "<FeatureDescription>x</FeatureDescription></Version>"
+                         "<FeatureDescription>y</FeatureDescription></Version>"));
     ASSERT_EQ(info.versions.size(), 3u);
     EXPECT_THAT(info.versions[0].featureDescriptions, IsEmpty());
     EXPECT_THAT(info.versions[1].featureDescriptions, ElementsAre("x"));
@@ -121,9 +121,9 @@ TEST(HistoryReader, RepeatedVersionEndsStoreCopiesThatLaterChangesDoNotReach) {
 }
 
 TEST(HistoryReader, TextOfElementsInsideADescriptionIsKeptAndTheirMarkupIsNot) {
-    const TUpdateVersionInfo info = readHistory(
-        wrap("<Version><FeatureDescription>Now <b>bold</b> and <i>it<u>al</u></i>.<br/>"
-             "</FeatureDescription></Version>"));
+    const TUpdateVersionInfo info =
+        readHistory(wrap("<Version><FeatureDescription>Now <b>bold</b> and <i>it<u>al</u></i>.<br/>"
+                         "</FeatureDescription></Version>"));
     ASSERT_EQ(info.versions.size(), 1u);
     EXPECT_THAT(info.versions[0].featureDescriptions, ElementsAre("Now bold and ital."));
 }
@@ -156,6 +156,19 @@ TEST(HistoryReader, NamesAreRecognisedInAnyLetterCase) {
     EXPECT_EQ(info.versions[1].number, "2");
     EXPECT_EQ(info.versions[1].date, "d2");
     EXPECT_THAT(info.versions[1].featureDescriptions, ElementsAre("b"));
+}
+
+TEST(HistoryReader, NamesThatOnlyNearlyMatchAreNotRecognised) {
+    // A letter short, a letter over, or one character that is not the letter in either case.
+    const TUpdateVersionInfo info =
+        readHistory(wrap("<Versio number=\"a\"/><Versions number=\"b\"/><V_rsion number=\"c\"/>"
+                         "<Version number=\"kept\"><FeatureDescriptio>x</FeatureDescriptio>"
+                         "<FeatureDescriptions>y</FeatureDescriptions><FeatureDescripti_n>z"
+                         "</FeatureDescripti_n><FeatureDescription>w</FeatureDescription></Version>"
+                         "<Ver-ion number=\"d\"/><VERSI0N number=\"e\"/>"));
+    ASSERT_EQ(info.versions.size(), 1u);
+    EXPECT_EQ(info.versions[0].number, "kept");
+    EXPECT_THAT(info.versions[0].featureDescriptions, ElementsAre("w"));
 }
 
 TEST(HistoryReader, LaterNumberAttributeInAnotherCaseWins) {
@@ -198,9 +211,9 @@ TEST(HistoryReader, PredefinedEntitiesAndCharacterReferencesAreKept) {
 }
 
 TEST(HistoryReader, NestedDescriptionGivesTheInnerTextThenAnEmptyOne) {
-    const TUpdateVersionInfo info = readHistory(
-        wrap("<Version><FeatureDescription>before<FeatureDescription>inner"
-             "</FeatureDescription>after</FeatureDescription></Version>"));
+    const TUpdateVersionInfo info =
+        readHistory(wrap("<Version><FeatureDescription>before<FeatureDescription>inner"
+                         "</FeatureDescription>after</FeatureDescription></Version>"));
     ASSERT_EQ(info.versions.size(), 1u);
     EXPECT_THAT(info.versions[0].featureDescriptions, ElementsAre("inner", ""));
 }
