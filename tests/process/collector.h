@@ -8,6 +8,8 @@
 
 #if defined(_WIN32)
 #include <windows.h>
+#else
+#include <unistd.h>
 #endif
 
 #include <velcan/velcan.h>
@@ -57,15 +59,27 @@ inline NotRun launchExpectingNoRun(const std::string& commandLine) {
     return {code, errno, out.bufferCalls + out.pieces};
 }
 
-#if defined(_WIN32)
 // A program built with the tests, beside the running test program.
 inline std::string helperProgram(const char* name) {
+#if defined(_WIN32)
     char self[MAX_PATH + 1];
     const DWORD n = GetModuleFileNameA(nullptr, self, sizeof self);
-    std::string path(self, n);
+    const std::string path(self, n);
     return path.substr(0, path.find_last_of("\\/") + 1) + name + ".exe";
+#else
+    char self[4096];
+    const ssize_t n = readlink("/proc/self/exe", self, sizeof self);
+    const std::string path(self, n > 0 ? static_cast<std::size_t>(n) : 0);
+    return path.substr(0, path.find_last_of('/') + 1) + name;
+#endif
 }
 
+// The test child (helpers/child.cpp) with the given actions.
+inline std::string child(const std::string& actions) {
+    return helperProgram("velcan_test_child") + " " + actions;
+}
+
+#if defined(_WIN32)
 // A program that prints its arguments and a line feed.
 inline std::string echoProgram() {
     return helperProgram("velcan_echo");

@@ -66,9 +66,23 @@ TEST(CommandLine, RefusesMoreThan127Arguments) {
 
 TEST(CommandLine, SplitsLikeTheProcessLayer) {
     const char* lines[] = {
-        "echo a \"b c\" 'd e' f\\ g", "  lead  and   trail  ", "a\"b c\"d e", "x\ty",
-        "u \"unterminated", "e \"\" f", "q 'it\"s' z", "x \"a\"\"b\"", "'a'b", "\"", "\"\"",
-        "\"a b\"c\"d e\"", "a\" b\"", "  \"  \" x", "'x", "a\"", "prog",
+        "echo a \"b c\" 'd e' f\\ g",
+        "  lead  and   trail  ",
+        "a\"b c\"d e",
+        "x\ty",
+        "u \"unterminated",
+        "e \"\" f",
+        "q 'it\"s' z",
+        "x \"a\"\"b\"",
+        "'a'b",
+        "\"",
+        "\"\"",
+        "\"a b\"c\"d e\"",
+        "a\" b\"",
+        "  \"  \" x",
+        "'x",
+        "a\"",
+        "prog",
     };
     for (const char* line : lines) {
         CommandLine parsed;

@@ -80,9 +80,11 @@ TEST(Isolation, CallerWithStandardDescriptorsClosedStillGetsACorrectRun) {
         Collector out;
         const int code = LaunchBlockingProcess(
             shell("echo out; echo err >&2; cat; ls /proc/self/fd; exit 4").c_str(), &out);
-        const bool stillClosed = fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 &&
-                                 fcntl(2, F_GETFD) == -1;
-        _exit(code == 4 && out.output == "out\nerr\n" + kOnlyStandardDescriptors && stillClosed ? 0 : 1);
+        const bool stillClosed =
+            fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 && fcntl(2, F_GETFD) == -1;
+        _exit(code == 4 && out.output == "out\nerr\n" + kOnlyStandardDescriptors && stillClosed
+                  ? 0
+                  : 1);
     }
     int status = 0;
     ASSERT_EQ(waitpid(helper, &status, 0), helper);
@@ -114,7 +116,8 @@ TEST(Isolation, EightThreadsEachGetTheirOwnOutputAndCode) {
                 const std::string tag = std::to_string(t) + "-" + std::to_string(r);
                 Collector out(128);
                 const int code = LaunchBlockingProcess(
-                    shell("echo " + tag + "; exit " + std::to_string((t * kRuns + r) % 100)).c_str(),
+                    shell("echo " + tag + "; exit " + std::to_string((t * kRuns + r) % 100))
+                        .c_str(),
                     &out);
                 if (code != (t * kRuns + r) % 100 || out.output != tag + "\n") {
                     ++wrong;
@@ -129,8 +132,7 @@ TEST(Isolation, EightThreadsEachGetTheirOwnOutputAndCode) {
 }
 
 // Runs short commands while other threads keep long ones going; returns the slowest run.
-template <typename LongRunner>
-double slowestShortRun(int shortRuns, LongRunner longRunner) {
+template <typename LongRunner> double slowestShortRun(int shortRuns, LongRunner longRunner) {
     std::atomic<bool> stop(false);
     std::vector<std::thread> others;
     for (int i = 0; i < 3; ++i) {
@@ -156,8 +158,7 @@ double slowestShortRun(int shortRuns, LongRunner longRunner) {
 }
 
 TEST(Isolation, LongChildrenOnOtherThreadsDoNotHoldShortRunsOpen) {
-    const double slowest =
-        slowestShortRun(200, [] { LaunchBlockingProcess("sleep 1", nullptr); });
+    const double slowest = slowestShortRun(200, [] { LaunchBlockingProcess("sleep 1", nullptr); });
     EXPECT_LT(slowest, 0.3);
 }
 

@@ -2,7 +2,8 @@
 // what it was given.
 //   out TEXT / err TEXT  write TEXT ("\n" for a line end) to standard output / error
 //   sleep MS             sleep
-//   stdin                read standard input to its end; print the count and the kind of input
+//   stdin                read standard input to its end; print the count of bytes
+//   stdin-kind           print what standard input is (Windows: a file type)
 //   startup              print how the window was asked to be shown
 //   zeros N              write N zero bytes to standard output
 //   args WORD...         print each remaining word as [WORD]
@@ -94,7 +95,9 @@ int main(int argc, char** argv) {
             while ((n = std::fread(buffer, 1, sizeof buffer, stdin)) > 0) {
                 total += n;
             }
-            write(stdout, "stdin: " + std::to_string(total) + " bytes, " + inputKind() + "\n");
+            write(stdout, "stdin: " + std::to_string(total) + " bytes\n");
+        } else if (action == "stdin-kind") {
+            write(stdout, inputKind() + "\n");
         } else if (action == "startup") {
             write(stdout, startup());
         } else if (action == "zeros") {
