@@ -2,64 +2,21 @@
 // This program replaces operator new, which the library's own allocations go through.
 #include <atomic>
 #include <cstdlib>
-#include <new>
 
 #include <gtest/gtest.h>
 
 #include "history_test_support.h"
 #include "support/open_files.h"
-
-// The replacements below pair malloc with free themselves; GCC, seeing both inlined, takes
-// the pairing for a mismatch.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-#endif
+#include "support/replaced_new.h"
 
 namespace {
 // Requests of at least this many bytes fail while set; 0 lets everything through.
 std::atomic<std::size_t> failFrom(0);
 } // namespace
 
-void* operator new(std::size_t size) {
+void* testAllocate(std::size_t size) {
     const std::size_t limit = failFrom;
-    if (limit != 0 && size >= limit) {
-        throw std::bad_alloc();
-    }
-    if (void* p = std::malloc(size == 0 ? 1 : size)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    try {
-        return operator new(size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
+    return limit != 0 && size >= limit ? nullptr : std::malloc(size);
 }
 
 namespace {

@@ -1,50 +1,19 @@
 // The runner allocates nothing per piece of output. This program counts every operator new.
 #include <atomic>
 #include <cstdlib>
-#include <new>
 
 #include <gtest/gtest.h>
 
 #include "collector.h"
+#include "support/replaced_new.h"
 
 namespace {
 std::atomic<long> allocations(0);
 }
 
-void* operator new(std::size_t size) {
+void* testAllocate(std::size_t size) {
     ++allocations;
-    if (void* p = std::malloc(size == 0 ? 1 : size)) {
-        return p;
-    }
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    ++allocations;
-    return std::malloc(size == 0 ? 1 : size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-void operator delete(void* p) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept {
-    std::free(p);
-}
-void operator delete(void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
-}
-void operator delete[](void* p, const std::nothrow_t&) noexcept {
-    std::free(p);
+    return std::malloc(size);
 }
 
 namespace {

@@ -3,6 +3,7 @@
 #define VELCAN_TESTS_PROCESS_COLLECTOR_H
 
 #include <cerrno>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -51,6 +52,20 @@ struct NotRun {
     int error;
     int observerCalls;
 };
+
+inline bool operator==(const NotRun& a, const NotRun& b) {
+    return a.code == b.code && a.error == b.error && a.observerCalls == b.observerCalls;
+}
+
+inline std::ostream& operator<<(std::ostream& out, const NotRun& r) {
+    return out << "{code " << r.code << ", errno " << r.error << ", observer calls "
+               << r.observerCalls << "}";
+}
+
+// What such a run must leave: code 127, errno set to error, no observer operation called.
+inline NotRun notRunWith(int error) {
+    return {127, error, 0};
+}
 
 inline NotRun launchExpectingNoRun(const std::string& commandLine) {
     Collector out;

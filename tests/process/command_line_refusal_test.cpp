@@ -22,17 +22,11 @@ std::string echoWithArguments(int count) {
 }
 
 TEST(CommandLineRefusal, EmptyLineIsNoSuchFile) {
-    const NotRun r = launchExpectingNoRun("");
-    EXPECT_EQ(r.code, 127);
-    EXPECT_EQ(r.error, ENOENT);
-    EXPECT_EQ(r.observerCalls, 0);
+    EXPECT_EQ(launchExpectingNoRun(""), notRunWith(ENOENT));
 }
 
 TEST(CommandLineRefusal, BlankLineIsNoSuchFile) {
-    const NotRun r = launchExpectingNoRun("    ");
-    EXPECT_EQ(r.code, 127);
-    EXPECT_EQ(r.error, ENOENT);
-    EXPECT_EQ(r.observerCalls, 0);
+    EXPECT_EQ(launchExpectingNoRun("    "), notRunWith(ENOENT));
 }
 
 TEST(CommandLineRefusal, NullLineIsNoSuchFile) {
@@ -44,10 +38,7 @@ TEST(CommandLineRefusal, NullLineIsNoSuchFile) {
 }
 
 TEST(CommandLineRefusal, LineLongerThan1023CharactersIsTooBig) {
-    const NotRun r = launchExpectingNoRun(kEcho + " " + std::string(kRest + 1, 'x'));
-    EXPECT_EQ(r.code, 127);
-    EXPECT_EQ(r.error, E2BIG);
-    EXPECT_EQ(r.observerCalls, 0);
+    EXPECT_EQ(launchExpectingNoRun(kEcho + " " + std::string(kRest + 1, 'x')), notRunWith(E2BIG));
 }
 
 TEST(CommandLineRefusal, LineOf1023CharactersRuns) {
@@ -64,15 +55,12 @@ TEST(CommandLineRefusal, LengthIsCountedAfterDoublePercentsAreFolded) {
                   (kEcho + " " + percents + std::string(kRest - 400, 'y')).c_str(), &out),
               0);
     EXPECT_EQ(out.output, std::string(400, '%') + std::string(kRest - 400, 'y') + "\n");
-    const NotRun r = launchExpectingNoRun(kEcho + " " + percents + std::string(kRest - 399, 'y'));
-    EXPECT_EQ(r.error, E2BIG);
+    EXPECT_EQ(launchExpectingNoRun(kEcho + " " + percents + std::string(kRest - 399, 'y')),
+              notRunWith(E2BIG));
 }
 
 TEST(CommandLineRefusal, MoreThan127ArgumentsIsTooBig) {
-    const NotRun r = launchExpectingNoRun(echoWithArguments(128));
-    EXPECT_EQ(r.code, 127);
-    EXPECT_EQ(r.error, E2BIG);
-    EXPECT_EQ(r.observerCalls, 0);
+    EXPECT_EQ(launchExpectingNoRun(echoWithArguments(128)), notRunWith(E2BIG));
 }
 
 TEST(CommandLineRefusal, Exactly127ArgumentsRun) {
@@ -84,10 +72,7 @@ TEST(CommandLineRefusal, Exactly127ArgumentsRun) {
 TEST(CommandLineRefusal, LonePercentSignIsInvalid) {
     for (const char* tail : {" %s", " 100%", " %d%%", " %%%"}) {
         const std::string line = kEcho + tail;
-        const NotRun r = launchExpectingNoRun(line);
-        EXPECT_EQ(r.code, 127) << line;
-        EXPECT_EQ(r.error, EINVAL) << line;
-        EXPECT_EQ(r.observerCalls, 0) << line;
+        EXPECT_EQ(launchExpectingNoRun(line), notRunWith(EINVAL)) << line;
     }
 }
 

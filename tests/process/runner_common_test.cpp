@@ -31,10 +31,7 @@ TEST(Runner, ChildReadingStandardInputSeesTheEndAtOnce) {
 }
 
 TEST(Runner, ProgramThatCannotBeFoundReturns127AndReceivesNothing) {
-    const NotRun r = launchExpectingNoRun("velcan-no-such-program --flag");
-    EXPECT_EQ(r.code, 127);
-    EXPECT_EQ(r.error, ENOENT);
-    EXPECT_EQ(r.observerCalls, 0);
+    EXPECT_EQ(launchExpectingNoRun("velcan-no-such-program --flag"), notRunWith(ENOENT));
 }
 
 TEST(Runner, ChildThatExits127ItselfIsReported127) {

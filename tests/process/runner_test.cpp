@@ -19,25 +19,16 @@
 namespace {
 
 TEST(Runner, ProgramPathThatDoesNotExistReturns127WithNoSuchFile) {
-    const NotRun r = launchExpectingNoRun("/nonexistent/velcan/tool arg");
-    EXPECT_EQ(r.code, 127);
-    EXPECT_EQ(r.error, ENOENT);
-    EXPECT_EQ(r.observerCalls, 0);
+    EXPECT_EQ(launchExpectingNoRun("/nonexistent/velcan/tool arg"), notRunWith(ENOENT));
 }
 
 TEST(Runner, FileWithoutExecutePermissionReturns127WithAccessDenied) {
     TempFile script("#!/bin/sh\necho ran\n");
-    const NotRun r = launchExpectingNoRun(script.path());
-    EXPECT_EQ(r.code, 127);
-    EXPECT_EQ(r.error, EACCES);
-    EXPECT_EQ(r.observerCalls, 0);
+    EXPECT_EQ(launchExpectingNoRun(script.path()), notRunWith(EACCES));
 }
 
 TEST(Runner, DirectoryAsProgramReturns127WithAccessDenied) {
-    const NotRun r = launchExpectingNoRun("/tmp");
-    EXPECT_EQ(r.code, 127);
-    EXPECT_EQ(r.error, EACCES);
-    EXPECT_EQ(r.observerCalls, 0);
+    EXPECT_EQ(launchExpectingNoRun("/tmp"), notRunWith(EACCES));
 }
 
 TEST(Runner, ProgramGivenByPathRuns) {

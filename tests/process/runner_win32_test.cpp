@@ -34,10 +34,7 @@ TEST(WindowsRunner, ChildIsAskedToHideItsWindow) {
 }
 
 TEST(WindowsRunner, ProgramPathThatDoesNotExistReturns127AndReceivesNothing) {
-    const NotRun r = launchExpectingNoRun("C:\\velcan\\nonexistent\\tool.exe arg");
-    EXPECT_EQ(r.code, 127);
-    EXPECT_EQ(r.error, ENOENT);
-    EXPECT_EQ(r.observerCalls, 0);
+    EXPECT_EQ(launchExpectingNoRun("C:\\velcan\\nonexistent\\tool.exe arg"), notRunWith(ENOENT));
 }
 
 TEST(WindowsRunner, FileThatIsNotAProgramReturns127AndReceivesNothing) {
