@@ -19,17 +19,25 @@ const size_t kEnvironmentBuffer = 16384;
 const size_t kEnvironmentEntries = 512;
 const size_t kArgumentSlots = 128;
 
-// Passes everything the child writes to the observer, as each read returns.
-void relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
+// Passes everything the child writes to the observer, as each read returns. Returns 0, or
+// the error of a read that failed (which also ends the reading).
+int relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
     // Kept between calls: an observer is expected to store both every time.
     char* buffer = nullptr;
     int capacity = 0;
     for (;;) {
         observer->GetOutputBuffer(&buffer, &capacity);
-        const ptrdiff_t n =
-            velcan::platform::readPipe(readEnd, buffer, static_cast<unsigned int>(capacity - 1));
-        if (n <= 0) {
-            return;
+        // Room for the NUL alone (or less, or no buffer at all): nothing can be read into
+        // it, so the reading ends, and nothing is ever written where the observer did not
+        // say.
+        if (buffer == nullptr || capacity <= 1) {
+            return 0;
+        }
+        size_t n = 0;
+        const int error = velcan::platform::readPipe(readEnd, buffer,
+                                                     static_cast<size_t>(capacity) - 1, &n);
+        if (error != 0 || n == 0) {
+            return error;
         }
         buffer[n] = '\0';
         observer->OutputReceived(static_cast<int>(n));
@@ -40,6 +48,8 @@ void relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
 
 int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* observer) {
     namespace platform = velcan::platform;
+    // What errno is left holding: the caller's own value unless something failed.
+    int error = errno;
     int result = kNotRun;
 
     // Refuse what the process layer would run in another form, or could not start.
@@ -54,14 +64,15 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
     }
 
     ACE_HANDLE pipe[2];
-    if (platform::createPipe(pipe) != 0) {
+    if (int failure = platform::createPipe(pipe)) {
+        errno = failure;
         return kNotRun;
     }
     const ACE_HANDLE readEnd = pipe[0];
+    int startError = 0;
     {
         platform::ChildProcess process;
         {
-            platform::SpawnGuard guard;
             std::unique_ptr<ACE_Process_Options> options(new ACE_Process_Options(
                 true, kCommandLineBuffer, kEnvironmentBuffer, kEnvironmentEntries, kArgumentSlots));
 #if defined(__GNUC__)
@@ -74,27 +85,36 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
-            const ACE_HANDLE nullDevice = platform::openNullDevice();
-            platform::setHandles(*options, nullDevice, pipe[1]);
-            // From here only the options' copies, then the child's, hold the write end.
-            platform::closeHandle(nullDevice);
-            platform::closeHandle(pipe[1]);
-            platform::hideWindow(*options);
-            process.spawn(*options);
-            // Releasing the options closes their copies, so the end of output can be seen.
+            ACE_HANDLE nullDevice = ACE_INVALID_HANDLE;
+            startError = platform::openNullDevice(&nullDevice);
+            if (startError == 0) {
+                startError = platform::startChild(process, *options, nullDevice, pipe[1]);
+            }
+            // From here only the child holds the write end, so the end of output can be
+            // seen; the options' copies go with the options.
+            for (const ACE_HANDLE own : {nullDevice, pipe[1]}) {
+                if (int failure = platform::closeHandle(own)) {
+                    error = failure;
+                }
+            }
         }
-        // No process came into being: nothing to read or wait for (and a wait for -1 would
-        // reap any child of the application).
-        if (platform::spawned(process)) {
+        if (startError == 0) {
             if (observer != nullptr) {
-                relayOutput(readEnd, observer);
+                if (int failure = relayOutput(readEnd, observer)) {
+                    error = failure;
+                }
             }
             int exitCode = 0;
-            if (platform::waitForExit(process, &exitCode)) {
+            if (int failure = platform::waitForExit(process, &exitCode)) {
+                error = failure;
+            } else {
                 result = exitCode;
             }
         }
     }
-    platform::closeHandle(readEnd);
+    if (int failure = platform::closeHandle(readEnd)) {
+        error = failure;
+    }
+    errno = startError != 0 ? startError : error;
     return result;
 }

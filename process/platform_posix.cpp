@@ -7,9 +7,10 @@
 #include <cstring>
 #include <string>
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,78 +34,111 @@ int aboveStandardHandles(int fd) {
     return moved;
 }
 
-bool isExecutableFile(const char* path, int* why) {
+// 0 when path names a regular file this process may execute; otherwise the errno value an
+// exec of it would give.
+int executableFile(const char* path) {
     struct stat st;
     if (stat(path, &st) != 0) {
-        *why = errno == EACCES ? EACCES : ENOENT;
-        return false;
+        return errno;
     }
-    if (!S_ISREG(st.st_mode) || access(path, X_OK) != 0) {
-        *why = EACCES;
-        return false;
+    if (!S_ISREG(st.st_mode)) {
+        return EACCES;
     }
-    return true;
+    return access(path, X_OK) == 0 ? 0 : errno;
 }
 
-// Marks every descriptor above 2 close-on-exec by listing /proc/self/fd with the raw
-// system call: no allocation, so it is safe in a child forked from a threaded caller.
+// Marks every descriptor above 2 close-on-exec by listing /proc/self/fd with getdents64,
+// which does not allocate, so it is safe in a child forked from a threaded caller. For
+// kernels without close_range.
 void markOpenDescriptorsCloseOnExec() {
     const int dir = open("/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dir < 0) {
         return;
     }
-    alignas(8) char entries[4096];
+    alignas(struct dirent64) char entries[4096];
     for (;;) {
-        const long n = syscall(SYS_getdents64, dir, entries, sizeof entries);
+        const ssize_t n = getdents64(dir, entries, sizeof entries);
         if (n <= 0) {
             break;
         }
-        for (long at = 0; at < n;) {
-            // struct linux_dirent64: ino (8), off (8), reclen (2), type (1), name.
-            unsigned short length;
-            std::memcpy(&length, entries + at + 16, sizeof length);
-            const char* name = entries + at + 19;
+        for (ssize_t at = 0; at < n;) {
+            const auto* entry = reinterpret_cast<const struct dirent64*>(entries + at);
             int fd = 0;
-            bool number = *name != '\0';
-            for (const char* c = name; *c != '\0'; ++c) {
+            bool number = entry->d_name[0] != '\0';
+            for (const char* c = entry->d_name; *c != '\0'; ++c) {
                 number = number && *c >= '0' && *c <= '9';
                 fd = fd * 10 + (*c - '0');
             }
             if (number && fd > 2 && fd != dir) {
                 fcntl(fd, F_SETFD, FD_CLOEXEC);
             }
-            at += length;
+            at += entry->d_reclen;
         }
     }
     close(dir);
 }
 
+// In the child: tells the parent why the program could not be started, and ends.
+[[noreturn]] void failStart(int status, int error) {
+    // The parent reads exactly this many bytes; a pipe write this small is atomic.
+    ssize_t written;
+    do {
+        written = write(status, &error, sizeof error);
+    } while (written < 0 && errno == EINTR);
+    _exit(127);
+}
+
 } // namespace
 
 void ChildProcess::child(pid_t) {
-    // The child keeps 0, 1 and 2 (set after this hook) and nothing else of the caller's.
-    // The cost follows the descriptors open, not the open-file limit.
-#if defined(SYS_close_range)
-    const unsigned int kCloexec = 1U << 2; // CLOSE_RANGE_CLOEXEC
-    if (syscall(SYS_close_range, 3U, ~0U, kCloexec) == 0) {
-        return;
+    // Runs in the new child, which has one thread whatever the caller has: only
+    // async-signal-safe calls from here to the exec. The program is run here, not by ACE, so
+    // that a failure to start it reaches the parent through the status pipe as its errno.
+
+    // The child keeps 0, 1 and 2 and nothing else of the caller's. The cost follows the
+    // descriptors open, not the open-file limit.
+    if (close_range(3, ~0U, CLOSE_RANGE_CLOEXEC) != 0) {
+        markOpenDescriptorsCloseOnExec();
     }
-#endif
-    markOpenDescriptorsCloseOnExec();
+    // The options' copies go to the lowest free descriptors: fill any of 0, 1 and 2 that the
+    // caller has closed, so that none lands there (lower ones first, so each lands in place).
+    for (int fd = 0; fd < 3; ++fd) {
+        if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDONLY) != fd) {
+            failStart(status, errno);
+        }
+    }
+    // The options' copies exist only here, in a child that has no other thread, so no other
+    // process can inherit them.
+    options->set_handles(input, output, output);
+    const ACE_HANDLE copies[3] = {options->get_stdin(), options->get_stdout(),
+                                  options->get_stderr()};
+    for (int fd = 0; fd < 3; ++fd) {
+        if (copies[fd] == ACE_INVALID_HANDLE) {
+            failStart(status, errno);
+        }
+    }
+    for (int fd = 0; fd < 3; ++fd) {
+        if (dup2(copies[fd], fd) != fd) {
+            failStart(status, errno);
+        }
+    }
+    for (const ACE_HANDLE copy : copies) {
+        close(copy);
+    }
+    // A file without "#!" that is not a binary is run by /bin/sh, as execvp does.
+    execvp(program, argv);
+    failStart(status, errno);
 }
 
-SpawnGuard::SpawnGuard() {}
-SpawnGuard::~SpawnGuard() {}
-
 int checkProgram(const char* program) {
-    int why = ENOENT;
     if (*program == '\0') {
         return ENOENT;
     }
     if (std::strchr(program, '/') != nullptr) {
-        return isExecutableFile(program, &why) ? 0 : why;
+        return executableFile(program);
     }
-    // Search PATH as execvp does; an empty entry is the current directory.
+    // Search PATH as execvp does; an empty entry is the current directory. EACCES when a
+    // candidate was found but may not be executed, ENOENT when none was found.
     const char* path = std::getenv("PATH");
     if (path == nullptr) {
         path = "/bin:/usr/bin";
@@ -120,7 +154,8 @@ int checkProgram(const char* program) {
         }
         candidate += '/';
         candidate += program;
-        if (isExecutableFile(candidate.c_str(), &why)) {
+        const int why = executableFile(candidate.c_str());
+        if (why == 0) {
             return 0;
         }
         denied = denied || why == EACCES;
@@ -135,84 +170,89 @@ int checkProgram(const char* program) {
 int createPipe(ACE_HANDLE ends[2]) {
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0) {
-        return -1;
+        return errno;
     }
     ends[0] = aboveStandardHandles(fds[0]);
+    const int readError = errno;
     ends[1] = aboveStandardHandles(fds[1]);
+    const int writeError = errno;
     if (ends[0] < 0 || ends[1] < 0) {
-        const int saved = errno;
-        if (ends[0] >= 0) {
-            close(ends[0]);
-        }
-        if (ends[1] >= 0) {
-            close(ends[1]);
-        }
-        errno = saved;
-        return -1;
+        closeHandle(ends[0]);
+        closeHandle(ends[1]);
+        return ends[0] < 0 ? readError : writeError;
     }
     return 0;
 }
 
-ACE_HANDLE openNullDevice() {
-    return aboveStandardHandles(ACE_OS::open("/dev/null", O_RDONLY | O_CLOEXEC));
+int openNullDevice(ACE_HANDLE* handle) {
+    *handle = aboveStandardHandles(ACE_OS::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    return *handle == ACE_INVALID_HANDLE ? errno : 0;
 }
 
-void setHandles(ACE_Process_Options& options, ACE_HANDLE input, ACE_HANDLE output) {
-    // The options' copies are made with dup(), which takes the lowest free descriptor: hold
-    // any of 0, 1 and 2 that the caller has closed, so that no copy lands there.
-    int held[3];
-    int heldCount = 0;
-    for (int fd = 0; fd < 3; ++fd) {
-        if (fcntl(fd, F_GETFD) == -1) {
-            const int taken = open("/dev/null", O_RDONLY | O_CLOEXEC);
-            if (taken >= 0) {
-                held[heldCount++] = taken;
-            }
-        }
+int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE input,
+               ACE_HANDLE output) {
+    // The child writes its errno here when it cannot run the program; a successful exec
+    // closes the write end, and the parent reads the end of the pipe.
+    ACE_HANDLE status[2];
+    if (int failure = createPipe(status)) {
+        return failure;
     }
-    options.set_handles(input, output, output);
-    // The copies are plain, inheritable dups: any fork elsewhere in the application would
-    // inherit them. The child's own dup2 onto 0, 1 and 2 makes its handles inheritable.
-    const ACE_HANDLE copies[3] = {options.get_stdin(), options.get_stdout(), options.get_stderr()};
-    for (const ACE_HANDLE copy : copies) {
-        if (copy != ACE_INVALID_HANDLE) {
-            fcntl(copy, F_SETFD, FD_CLOEXEC);
-        }
+    process.options = &options;
+    process.input = input;
+    process.output = output;
+    process.status = status[1];
+    // Worked out here: the child must not allocate.
+    process.argv = options.command_line_argv();
+    process.program = options.process_name();
+
+    errno = 0;
+    const pid_t pid = process.spawn(options);
+    const int spawnError = errno != 0 ? errno : EAGAIN;
+    closeHandle(status[1]);
+    if (pid == ACE_INVALID_PID) {
+        closeHandle(status[0]);
+        return spawnError;
     }
-    for (int i = 0; i < heldCount; ++i) {
-        close(held[i]);
+    int childError = 0;
+    ssize_t n;
+    do {
+        n = read(status[0], &childError, sizeof childError);
+    } while (n < 0 && errno == EINTR);
+    closeHandle(status[0]);
+    if (n != static_cast<ssize_t>(sizeof childError)) {
+        return 0; // the program is running
     }
+    // The child has ended (or is about to): reap it, so that no zombie is left behind.
+    int ignored = 0;
+    waitForExit(process, &ignored);
+    return childError != 0 ? childError : ENOEXEC;
 }
 
-void hideWindow(ACE_Process_Options&) {}
-
-ptrdiff_t readPipe(ACE_HANDLE handle, char* buffer, size_t size) {
+int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count) {
     for (;;) {
         const ssize_t n = read(handle, buffer, size);
-        if (n >= 0 || errno != EINTR) {
-            return n;
-        }
-    }
-}
-
-void closeHandle(ACE_HANDLE handle) {
-    if (handle != ACE_INVALID_HANDLE) {
-        close(handle);
-    }
-}
-
-bool spawned(const ACE_Process& process) {
-    return process.getpid() != ACE_INVALID_PID;
-}
-
-bool waitForExit(ACE_Process& process, int* exitCode) {
-    ACE_exitcode status = 0;
-    for (;;) {
-        if (process.wait(&status) != ACE_INVALID_PID) {
-            break;
+        if (n >= 0) {
+            *count = static_cast<size_t>(n);
+            return 0;
         }
         if (errno != EINTR) {
-            return false;
+            return errno;
+        }
+    }
+}
+
+int closeHandle(ACE_HANDLE handle) {
+    if (handle != ACE_INVALID_HANDLE && close(handle) != 0) {
+        return errno;
+    }
+    return 0;
+}
+
+int waitForExit(ACE_Process& process, int* exitCode) {
+    ACE_exitcode status = 0;
+    while (process.wait(&status) == ACE_INVALID_PID) {
+        if (errno != EINTR) {
+            return errno;
         }
     }
     if (WIFEXITED(status)) {
@@ -220,9 +260,9 @@ bool waitForExit(ACE_Process& process, int* exitCode) {
     } else if (WIFSIGNALED(status)) {
         *exitCode = 128 + WTERMSIG(status);
     } else {
-        return false;
+        return ECHILD;
     }
-    return true;
+    return 0;
 }
 
 } // namespace platform

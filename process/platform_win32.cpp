@@ -28,26 +28,19 @@ int errnoFromWindowsError(unsigned long code) {
 
 namespace {
 
-void setErrnoFromLastError() {
-    errno = errnoFromWindowsError(GetLastError());
+int lastError() {
+    return errnoFromWindowsError(GetLastError());
 }
 
 // Children start with inheritable copies of their handles and with handle inheritance on,
 // so a child spawned while another call's copies exist would inherit them and hold that
-// call's pipe open. This library's own spawns take turns from set_handles until the options
-// (and with them the copies) are released.
+// call's pipe open. This library's own spawns take turns from set_handles until the copies
+// are released.
 std::mutex spawnMutex;
 
 } // namespace
 
 void ChildProcess::child(pid_t) {}
-
-SpawnGuard::SpawnGuard() {
-    spawnMutex.lock();
-}
-SpawnGuard::~SpawnGuard() {
-    spawnMutex.unlock();
-}
 
 int checkProgram(const char* program) {
     // Found where CreateProcess looks for it (the application's folder, the current folder,
@@ -66,57 +59,63 @@ int checkProgram(const char* program) {
 
 int createPipe(ACE_HANDLE ends[2]) {
     // Default security attributes: neither end is inheritable.
-    if (!CreatePipe(&ends[0], &ends[1], nullptr, 0)) {
-        setErrnoFromLastError();
-        return -1;
+    return CreatePipe(&ends[0], &ends[1], nullptr, 0) ? 0 : lastError();
+}
+
+int openNullDevice(ACE_HANDLE* handle) {
+    *handle = ACE_OS::open("nul", O_RDONLY, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                           nullptr);
+    return *handle == ACE_INVALID_HANDLE ? lastError() : 0;
+}
+
+int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE input,
+               ACE_HANDLE output) {
+    std::lock_guard<std::mutex> turn(spawnMutex);
+    if (options.set_handles(input, output, output) != 0) {
+        const int error = lastError();
+        options.release_handles();
+        return error;
+    }
+    // After set_handles, which overwrites the start-up flags: hide the child's window.
+    STARTUPINFO* startup = options.startup_info();
+    startup->dwFlags |= STARTF_USESHOWWINDOW;
+    startup->wShowWindow = SW_HIDE;
+    const pid_t pid = process.spawn(options);
+    const int error = lastError();
+    // Only the child holds the copies now, so the end of its output can be seen.
+    options.release_handles();
+    // ACE leaves the process information zeroed when CreateProcess fails: id 0, no handle.
+    if (pid == ACE_INVALID_PID || process.getpid() == 0) {
+        return error != 0 ? error : ENOENT;
     }
     return 0;
 }
 
-ACE_HANDLE openNullDevice() {
-    return ACE_OS::open("nul", O_RDONLY, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                        nullptr);
-}
-
-void setHandles(ACE_Process_Options& options, ACE_HANDLE input, ACE_HANDLE output) {
-    options.set_handles(input, output, output);
-}
-
-void hideWindow(ACE_Process_Options& options) {
-    // After set_handles, which overwrites the start-up flags.
-    STARTUPINFO* startup = options.startup_info();
-    startup->dwFlags |= STARTF_USESHOWWINDOW;
-    startup->wShowWindow = SW_HIDE;
-}
-
-ptrdiff_t readPipe(ACE_HANDLE handle, char* buffer, size_t size) {
+int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count) {
     DWORD n = 0;
     if (!ReadFile(handle, buffer, static_cast<DWORD>(size), &n, nullptr)) {
         // The end of a child's output is itself a failed read: a broken pipe (109).
-        setErrnoFromLastError();
-        return -1;
+        *count = 0;
+        return lastError();
     }
-    return static_cast<ptrdiff_t>(n);
+    *count = n;
+    return 0;
 }
 
-void closeHandle(ACE_HANDLE handle) {
+int closeHandle(ACE_HANDLE handle) {
     if (handle != ACE_INVALID_HANDLE && !CloseHandle(handle)) {
-        setErrnoFromLastError();
+        return lastError();
     }
+    return 0;
 }
 
-bool spawned(const ACE_Process& process) {
-    // ACE leaves the process information zeroed when CreateProcess fails: id 0, no handle.
-    return process.getpid() != ACE_INVALID_PID && process.getpid() != 0;
-}
-
-bool waitForExit(ACE_Process& process, int* exitCode) {
+int waitForExit(ACE_Process& process, int* exitCode) {
     ACE_exitcode status = 0;
     if (process.wait(&status) == ACE_INVALID_PID) {
-        return false;
+        return lastError();
     }
     *exitCode = static_cast<int>(status);
-    return true;
+    return 0;
 }
 
 } // namespace platform

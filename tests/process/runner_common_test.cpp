@@ -1,5 +1,7 @@
 // What the runner does with a command, its output and its exit, on every platform. The child
 // is the test helper program (helpers/child.cpp).
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <string>
 
@@ -48,6 +50,55 @@ TEST(Runner, CapacityOfOneEndsTheReadingAndTheRunnerOnlyWaits) {
     EXPECT_EQ(LaunchBlockingProcess(child("out hello exit 4").c_str(), &out), 4);
     EXPECT_EQ(out.bufferCalls, 1);
     EXPECT_EQ(out.pieces, 0);
+}
+
+// Hands out the same buffer and capacity every time; the buffer sits between guard bytes
+// that no read may touch.
+class FixedObserver : public IBlockingProcessObserver {
+  public:
+    FixedObserver(bool nullBuffer, int capacity) : nullBuffer_(nullBuffer), capacity_(capacity) {
+        memory_.fill('g');
+    }
+    int bufferCalls = 0;
+    int pieces = 0;
+
+    void GetOutputBuffer(char** buffer, int* capacity) override {
+        ++bufferCalls;
+        *buffer = nullBuffer_ ? nullptr : memory_.data() + 64;
+        *capacity = capacity_;
+    }
+    void OutputReceived(int) override { ++pieces; }
+    bool untouched() const {
+        return std::all_of(memory_.begin(), memory_.end(), [](char c) { return c == 'g'; });
+    }
+
+  private:
+    std::array<char, 128> memory_;
+    bool nullBuffer_;
+    int capacity_;
+};
+
+TEST(Runner, NullBufferFromTheObserverEndsTheReadingAndTheRunnerOnlyWaits) {
+    FixedObserver observer(true, 4096);
+    EXPECT_EQ(LaunchBlockingProcess(child("out hello exit 3").c_str(), &observer), 3);
+    EXPECT_EQ(observer.bufferCalls, 1);
+    EXPECT_EQ(observer.pieces, 0);
+}
+
+TEST(Runner, CapacityOfZeroEndsTheReadingWithoutWritingToTheBuffer) {
+    FixedObserver observer(false, 0);
+    EXPECT_EQ(LaunchBlockingProcess(child("out hello exit 3").c_str(), &observer), 3);
+    EXPECT_EQ(observer.bufferCalls, 1);
+    EXPECT_EQ(observer.pieces, 0);
+    EXPECT_TRUE(observer.untouched());
+}
+
+TEST(Runner, NegativeCapacityEndsTheReadingWithoutWritingToTheBuffer) {
+    FixedObserver observer(false, -5);
+    EXPECT_EQ(LaunchBlockingProcess(child("out hello exit 4").c_str(), &observer), 4);
+    EXPECT_EQ(observer.bufferCalls, 1);
+    EXPECT_EQ(observer.pieces, 0);
+    EXPECT_TRUE(observer.untouched());
 }
 
 TEST(Runner, SmallCapacityGivesPiecesOfCapacityLessOne) {

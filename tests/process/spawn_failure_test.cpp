@@ -1,4 +1,5 @@
-// A spawn that produces no process. This program makes fork fail on request.
+// A spawn that produces no process, or a child that cannot run the program. This program
+// makes fork, or the child's exec, fail on request with a chosen errno.
 #include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,27 +12,68 @@
 
 namespace {
 bool failFork = false;
-}
+int forkError = EAGAIN;
+int execError = 0;
+} // namespace
 
 extern "C" pid_t fork() {
     if (failFork) {
-        errno = EAGAIN;
+        errno = forkError;
         return -1;
     }
     using Fork = pid_t (*)();
     return reinterpret_cast<Fork>(dlsym(RTLD_NEXT, "fork"))();
 }
 
+extern "C" int execvp(const char* file, char* const argv[]) {
+    if (execError != 0) {
+        errno = execError;
+        return -1;
+    }
+    using Exec = int (*)(const char*, char* const[]);
+    return reinterpret_cast<Exec>(dlsym(RTLD_NEXT, "execvp"))(file, argv);
+}
+
 namespace {
 
 TEST(SpawnFailure, ReturnsAndCallsNoObserverOperationWhenNoProcessComesIntoBeing) {
-    Collector out;
     failFork = true;
-    const int code = LaunchBlockingProcess("echo never", &out);
+    const NotRun run = launchExpectingNoRun("echo never");
     failFork = false;
-    EXPECT_EQ(code, 127);
-    EXPECT_EQ(out.bufferCalls, 0);
-    EXPECT_EQ(out.pieces, 0);
+    EXPECT_EQ(run, notRunWith(EAGAIN));
+}
+
+TEST(SpawnFailure, NoMemoryForTheChildGives127WithNoMemory) {
+    failFork = true;
+    forkError = ENOMEM;
+    const NotRun run = launchExpectingNoRun("echo never");
+    failFork = false;
+    forkError = EAGAIN;
+    EXPECT_EQ(run, notRunWith(ENOMEM));
+}
+
+TEST(SpawnFailure, NoMemoryToRunTheProgramGives127WithNoMemory) {
+    execError = ENOMEM;
+    const NotRun run = launchExpectingNoRun("echo never");
+    execError = 0;
+    EXPECT_EQ(run, notRunWith(ENOMEM));
+}
+
+TEST(SpawnFailure, AnyErrorOfTheChildsExecGives127WithThatErrorNotAnExitCode) {
+    for (const int error : {EIO, EPERM, ENOEXEC, EFAULT, 200}) {
+        execError = error;
+        const NotRun run = launchExpectingNoRun("echo never");
+        execError = 0;
+        EXPECT_EQ(run, notRunWith(error)) << "exec error " << error;
+    }
+}
+
+TEST(SpawnFailure, ChildThatCannotRunTheProgramIsReaped) {
+    execError = EIO;
+    EXPECT_EQ(LaunchBlockingProcess("echo never", nullptr), 127);
+    execError = 0;
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
 }
 
 TEST(SpawnFailure, DoesNotReapOtherChildrenOfTheApplication) {

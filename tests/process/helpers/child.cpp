@@ -6,6 +6,7 @@
 //   stdin-kind           print what standard input is (Windows: a file type)
 //   startup              print how the window was asked to be shown
 //   zeros N              write N zero bytes to standard output
+//   fds                  print its open descriptors, one line (POSIX; "n/a" elsewhere)
 //   args WORD...         print each remaining word as [WORD]
 //   exit N               end with code N
 #include <chrono>
@@ -19,6 +20,8 @@
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
+#else
+#include <dirent.h>
 #endif
 
 namespace {
@@ -70,6 +73,26 @@ std::string startup() {
 #endif
 }
 
+// The descriptors this process has open, as "0 1 2", not counting the one that lists them.
+std::string openDescriptors() {
+#if defined(_WIN32)
+    return "n/a\n";
+#else
+    DIR* dir = opendir("/proc/self/fd");
+    if (dir == nullptr) {
+        return "?\n";
+    }
+    std::string list;
+    for (const dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
+        if (entry->d_name[0] != '.' && std::atoi(entry->d_name) != dirfd(dir)) {
+            list += list.empty() ? entry->d_name : std::string(" ") + entry->d_name;
+        }
+    }
+    closedir(dir);
+    return list + "\n";
+#endif
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -104,6 +127,8 @@ int main(int argc, char** argv) {
             const std::string zeros(static_cast<std::size_t>(std::atol(value)), '\0');
             write(stdout, zeros);
             ++i;
+        } else if (action == "fds") {
+            write(stdout, openDescriptors());
         } else if (action == "args") {
             for (++i; i < argc; ++i) {
                 write(stdout, std::string("[") + argv[i] + "]");
