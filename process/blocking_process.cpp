@@ -34,8 +34,8 @@ int relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
             return 0;
         }
         size_t n = 0;
-        const int error = velcan::platform::readPipe(readEnd, buffer,
-                                                     static_cast<size_t>(capacity) - 1, &n);
+        const int error =
+            velcan::platform::readPipe(readEnd, buffer, static_cast<size_t>(capacity) - 1, &n);
         if (error != 0 || n == 0) {
             return error;
         }
@@ -52,13 +52,9 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
     int error = errno;
     int result = kNotRun;
 
-    // Refuse what the process layer would run in another form, or could not start.
+    // Refuse what the process layer would run in another form.
     velcan::CommandLine parsed;
-    int refusal = velcan::parseCommandLine(commandLine, &parsed);
-    if (refusal == 0) {
-        refusal = platform::checkProgram(parsed.program);
-    }
-    if (refusal != 0) {
+    if (int refusal = velcan::parseCommandLine(commandLine, &parsed)) {
         errno = refusal;
         return kNotRun;
     }
@@ -100,15 +96,26 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
         }
         if (startError == 0) {
             if (observer != nullptr) {
-                if (int failure = relayOutput(readEnd, observer)) {
-                    error = failure;
+                // Before the first GetOutputBuffer: a child that could not start gets none.
+                startError = platform::startOutcome(process, readEnd);
+                if (startError == 0) {
+                    if (int failure = relayOutput(readEnd, observer)) {
+                        error = failure;
+                    }
                 }
             }
             int exitCode = 0;
-            if (int failure = platform::waitForExit(process, &exitCode)) {
-                error = failure;
-            } else {
-                result = exitCode;
+            const int waitError = platform::waitForExit(process, &exitCode);
+            if (startError == 0) {
+                // With no observer, asked once the child has ended.
+                startError = platform::startOutcome(process, ACE_INVALID_HANDLE);
+            }
+            if (startError == 0) {
+                if (waitError != 0) {
+                    error = waitError;
+                } else {
+                    result = exitCode;
+                }
             }
         }
     }

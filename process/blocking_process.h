@@ -16,8 +16,9 @@ class VELCAN_API IBlockingProcessObserver {
 
     // Store in *buffer where the next piece is to be written and in *capacity how many bytes
     // are there, room for the terminating NUL included. Store both on every call: the runner
-    // reads at most *capacity - 1 bytes. The capacity must be at least 1; with 1 the read
-    // asks for nothing and the reading ends.
+    // reads at most *capacity - 1 bytes and writes nowhere else. A capacity of 1 asks for
+    // nothing and ends the reading; so do a capacity below 1 and a null buffer (nothing is
+    // read or written, and the runner only waits for the child).
     virtual void GetOutputBuffer(char** buffer, int* capacity) = 0;
 
     // count bytes (at least 1) were written at the last buffer handed out, followed by a NUL
@@ -37,12 +38,16 @@ class VELCAN_API IBlockingProcessObserver {
 // refused or cannot be run: an empty or blank line, or a program that is not found
 // (ENOENT); a program that may not be executed (EACCES); a line longer than 1023
 // characters, or with more than 127 arguments (E2BIG); a percent sign that is not half of
-// "%%" (EINVAL); no pipe or process to be had (the system's error). 127 is also what a child
-// that exits with 127 returns.
+// "%%" (EINVAL); no pipe, null device or process to be had (EMFILE, ENFILE, EAGAIN, ENOMEM);
+// and on POSIX systems any error of the child's exec (a missing "#!" interpreter: ENOENT;
+// ETXTBSY, E2BIG, ELOOP, ...). A file without "#!" that is not a binary runs through
+// /bin/sh, as execvp does. When the child ran, errno is left as the caller set it unless
+// reading its output or waiting for it failed. 127 is also what a child that exits with 127
+// returns: clear errno first to tell them apart.
 //
 // The observer stays the caller's; the runner keeps no pointer to it after returning. Calls
 // on different threads are independent: each child gets descriptors 0, 1 and 2 and nothing
-// else of the caller's.
+// else of the caller's, and no other child of the application inherits a run's pipe.
 VELCAN_API int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* observer);
 
 #endif

@@ -38,11 +38,13 @@ int parseCommandLine(const char* commandLine, CommandLine* out) {
         if (out->argumentCount == kMaxArguments) {
             return E2BIG;
         }
-        if (out->argumentCount++ == 0) {
-            out->program = word;
-        }
+        out->arguments[out->argumentCount++] = word;
     }
-    return out->argumentCount == 0 ? ENOENT : 0;
+    if (out->argumentCount == 0) {
+        return ENOENT;
+    }
+    out->program = out->arguments[0];
+    return 0;
 }
 
 } // namespace velcan

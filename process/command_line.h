@@ -18,6 +18,8 @@ struct CommandLine {
     const char* program;
     // The number of words.
     int argumentCount;
+    // Each word, pointing into text, as the program will receive it.
+    const char* arguments[kMaxArguments];
 };
 
 // Folds "%%" to "%" and splits the result the way the process layer does: at spaces, with

@@ -2,7 +2,8 @@
 // (platform_posix.cpp, platform_win32.cpp). Internal.
 //
 // One error convention: every call that can fail returns 0 on success or the errno value
-// that says why it failed, and leaves errno alone. LaunchBlockingProcess alone sets errno.
+// that says why it failed. What they leave in errno means nothing: LaunchBlockingProcess
+// alone decides what errno holds when it returns.
 #ifndef VELCAN_PROCESS_PLATFORM_H
 #define VELCAN_PROCESS_PLATFORM_H
 
@@ -20,7 +21,7 @@ class ChildProcess : public ACE_Process {
     ACE_Process_Options* options = nullptr;
     ACE_HANDLE input = ACE_INVALID_HANDLE;
     ACE_HANDLE output = ACE_INVALID_HANDLE;
-    ACE_HANDLE status = ACE_INVALID_HANDLE; // where the child reports a failed start
+    ACE_HANDLE status = ACE_INVALID_HANDLE; // how the child reports a failed start
     const char* program = nullptr;
     char* const* argv = nullptr;
 
@@ -28,22 +29,25 @@ class ChildProcess : public ACE_Process {
     void child(pid_t parent) override;
 };
 
-// 0 when the program named by the first word of a command line can be started, otherwise
-// ENOENT or EACCES.
-int checkProgram(const char* program);
-
 // An anonymous pipe whose ends no child inherits.
 int createPipe(ACE_HANDLE ends[2]);
 
 // The null device, opened read-only and not inherited.
 int openNullDevice(ACE_HANDLE* handle);
 
-// Starts the program the options describe, its standard input from `input` and its
-// standard output and error both to `output`. 0 once the program is running; otherwise no
-// process remains and the value says why it could not be started, whether that was found
-// before the child existed or when it tried to run the program.
+// Starts the program the options describe (looked up as the platform does), its standard
+// input from `input` and its standard output and error both to `output`. 0 once the program
+// is running; otherwise no process remains and the value says why it could not be started
+// (ENOENT, EACCES, ...), whether that was found before the child existed or when it tried to
+// run the program.
 int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE input,
                ACE_HANDLE output);
+
+// After startChild: whether the child started the program (0) or why it could not. Blocks
+// until the child has run the program or ended; with a read end given, until the first
+// output or its end, which come after either. A child that could not start has ended by
+// itself and must still be waited for.
+int startOutcome(ChildProcess& process, ACE_HANDLE readEnd);
 
 // Reads at most size bytes into buffer and stores the count (0 at the end of the output) in
 // *count. An interrupted read is retried.

@@ -10,6 +10,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/close_range.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,19 +33,6 @@ int aboveStandardHandles(int fd) {
     close(fd);
     errno = saved;
     return moved;
-}
-
-// 0 when path names a regular file this process may execute; otherwise the errno value an
-// exec of it would give.
-int executableFile(const char* path) {
-    struct stat st;
-    if (stat(path, &st) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(st.st_mode)) {
-        return EACCES;
-    }
-    return access(path, X_OK) == 0 ? 0 : errno;
 }
 
 // Marks every descriptor above 2 close-on-exec by listing /proc/self/fd with getdents64,
@@ -125,46 +113,11 @@ void ChildProcess::child(pid_t) {
     for (const ACE_HANDLE copy : copies) {
         close(copy);
     }
-    // A file without "#!" that is not a binary is run by /bin/sh, as execvp does.
+    // The one lookup of the program: on PATH, or as a path when it holds a slash. What it
+    // meets (ENOENT, EACCES, ELOOP, a missing "#!" interpreter, ...) is what the parent
+    // reports. A file without "#!" that is not a binary is run by /bin/sh, as execvp does.
     execvp(program, argv);
     failStart(status, errno);
-}
-
-int checkProgram(const char* program) {
-    if (*program == '\0') {
-        return ENOENT;
-    }
-    if (std::strchr(program, '/') != nullptr) {
-        return executableFile(program);
-    }
-    // Search PATH as execvp does; an empty entry is the current directory. EACCES when a
-    // candidate was found but may not be executed, ENOENT when none was found.
-    const char* path = std::getenv("PATH");
-    if (path == nullptr) {
-        path = "/bin:/usr/bin";
-    }
-    bool denied = false;
-    std::string candidate;
-    for (const char* dir = path;; ++dir) {
-        const char* end = std::strchr(dir, ':');
-        const size_t length = end != nullptr ? static_cast<size_t>(end - dir) : std::strlen(dir);
-        candidate.assign(dir, length);
-        if (length == 0) {
-            candidate = ".";
-        }
-        candidate += '/';
-        candidate += program;
-        const int why = executableFile(candidate.c_str());
-        if (why == 0) {
-            return 0;
-        }
-        denied = denied || why == EACCES;
-        if (end == nullptr) {
-            break;
-        }
-        dir = end;
-    }
-    return denied ? EACCES : ENOENT;
 }
 
 int createPipe(ACE_HANDLE ends[2]) {
@@ -192,7 +145,7 @@ int openNullDevice(ACE_HANDLE* handle) {
 int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE input,
                ACE_HANDLE output) {
     // The child writes its errno here when it cannot run the program; a successful exec
-    // closes the write end, and the parent reads the end of the pipe.
+    // closes the write end, so the parent reads the end of the pipe.
     ACE_HANDLE status[2];
     if (int failure = createPipe(status)) {
         return failure;
@@ -209,22 +162,37 @@ int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE i
     const pid_t pid = process.spawn(options);
     const int spawnError = errno != 0 ? errno : EAGAIN;
     closeHandle(status[1]);
+    process.status = status[0];
     if (pid == ACE_INVALID_PID) {
         closeHandle(status[0]);
+        process.status = ACE_INVALID_HANDLE;
         return spawnError;
+    }
+    return 0;
+}
+
+int startOutcome(ChildProcess& process, ACE_HANDLE readEnd) {
+    if (process.status == ACE_INVALID_HANDLE) {
+        return 0; // asked already
+    }
+    // With output to read, wait for its first byte or its end first: the exec has happened
+    // by then (or the child has ended), so the answer is there at once, and this thread
+    // does not wake at the exec itself while the new program starts up.
+    if (readEnd != ACE_INVALID_HANDLE) {
+        pollfd ready = {readEnd, POLLIN, 0};
+        while (poll(&ready, 1, -1) < 0 && errno == EINTR) {
+        }
     }
     int childError = 0;
     ssize_t n;
     do {
-        n = read(status[0], &childError, sizeof childError);
+        n = read(process.status, &childError, sizeof childError);
     } while (n < 0 && errno == EINTR);
-    closeHandle(status[0]);
+    closeHandle(process.status);
+    process.status = ACE_INVALID_HANDLE;
     if (n != static_cast<ssize_t>(sizeof childError)) {
-        return 0; // the program is running
+        return 0; // the exec closed the pipe: the program ran
     }
-    // The child has ended (or is about to): reap it, so that no zombie is left behind.
-    int ignored = 0;
-    waitForExit(process, &ignored);
     return childError != 0 ? childError : ENOEXEC;
 }
 

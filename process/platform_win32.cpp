@@ -42,6 +42,9 @@ std::mutex spawnMutex;
 
 void ChildProcess::child(pid_t) {}
 
+namespace {
+
+// 0 when the program can be started, otherwise ENOENT or EACCES.
 int checkProgram(const char* program) {
     // Found where CreateProcess looks for it (the application's folder, the current folder,
     // the system folders, then PATH), ".exe" added to a name without an extension.
@@ -57,6 +60,8 @@ int checkProgram(const char* program) {
     return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? EACCES : 0;
 }
 
+} // namespace
+
 int createPipe(ACE_HANDLE ends[2]) {
     // Default security attributes: neither end is inheritable.
     return CreatePipe(&ends[0], &ends[1], nullptr, 0) ? 0 : lastError();
@@ -70,6 +75,9 @@ int openNullDevice(ACE_HANDLE* handle) {
 
 int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE input,
                ACE_HANDLE output) {
+    if (int refusal = checkProgram(options.command_line_argv()[0])) {
+        return refusal;
+    }
     std::lock_guard<std::mutex> turn(spawnMutex);
     if (options.set_handles(input, output, output) != 0) {
         const int error = lastError();
@@ -89,6 +97,10 @@ int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE i
         return error != 0 ? error : ENOENT;
     }
     return 0;
+}
+
+int startOutcome(ChildProcess&, ACE_HANDLE) {
+    return 0; // CreateProcess has said already
 }
 
 int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count) {

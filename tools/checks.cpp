@@ -10,7 +10,9 @@
 
 #include "commands.h"
 
-void reportError(const std::string& message) { std::fprintf(stderr, "velcan: %s\n", message.c_str()); }
+void reportError(const std::string& message) {
+    std::fprintf(stderr, "velcan: %s\n", message.c_str());
+}
 
 bool checkReadable(const char* path) {
     FILE* file = std::fopen(path, "r");

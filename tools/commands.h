@@ -16,9 +16,11 @@ int historyCommand(const char* path, bool json);
 int eventsCommand(const char* path);
 int runCommand(const std::string& commandLine);
 
-// Joins arguments into one command line for the runner, each taken literally: "%" is
-// doubled, and a word with spaces is quoted.
-std::string commandLineFromArguments(const std::vector<const char*>& args);
+// Joins arguments into one command line for the runner that gives each back literally: "%"
+// is doubled, and a word with spaces or quotes is quoted. False, with *problem saying which
+// argument, when the runner's command-line form cannot express one.
+bool commandLineFromArguments(const std::vector<const char*>& args, std::string* line,
+                              std::string* problem);
 
 // Prints "velcan: MESSAGE" on stderr.
 void reportError(const std::string& message);

@@ -9,6 +9,8 @@
 // characters, quotes and backslashes are escaped.
 void appendJsonString(std::string& out, const char* s, std::size_t len);
 std::string jsonString(const char* s, std::size_t len);
-inline std::string jsonString(const std::string& s) { return jsonString(s.data(), s.size()); }
+inline std::string jsonString(const std::string& s) {
+    return jsonString(s.data(), s.size());
+}
 
 #endif

@@ -30,7 +30,9 @@ int usageError(const std::string& message) {
     return kExitUsage;
 }
 
-bool isOption(const char* arg) { return arg[0] == '-' && arg[1] != '\0'; }
+bool isOption(const char* arg) {
+    return arg[0] == '-' && arg[1] != '\0';
+}
 
 int history(const std::vector<const char*>& args) {
     const char* path = nullptr;
@@ -65,7 +67,12 @@ int run(std::vector<const char*> args) {
     if (args.empty()) {
         return usageError("run: expects a COMMAND");
     }
-    return runCommand(commandLineFromArguments(args));
+    std::string line;
+    std::string problem;
+    if (!commandLineFromArguments(args, &line, &problem)) {
+        return usageError("run: " + problem);
+    }
+    return runCommand(line);
 }
 
 } // namespace
@@ -82,8 +89,8 @@ int main(int argc, char** argv) {
     }
     if (command == "--version") {
         const XML_Expat_Version expat = XML_ExpatVersionInfo();
-        std::printf("velcan %s (expat %d.%d.%d)\n", VELCAN_VERSION_STRING, expat.major,
-                    expat.minor, expat.micro);
+        std::printf("velcan %s (expat %d.%d.%d)\n", VELCAN_VERSION_STRING, expat.major, expat.minor,
+                    expat.micro);
         return 0;
     }
     if (command == "history") {

@@ -10,6 +10,7 @@
 #if defined(_WIN32)
 #include <windows.h>
 #else
+#include <signal.h>
 #include <unistd.h>
 #endif
 
@@ -86,6 +87,19 @@ inline std::string helperProgram(const char* name) {
     const ssize_t n = readlink("/proc/self/exe", self, sizeof self);
     const std::string path(self, n > 0 ? static_cast<std::size_t>(n) : 0);
     return path.substr(0, path.find_last_of('/') + 1) + name;
+#endif
+}
+
+// Ends a process at once.
+inline void killProcess(long pid) {
+#if defined(_WIN32)
+    HANDLE process = OpenProcess(PROCESS_TERMINATE, FALSE, static_cast<DWORD>(pid));
+    if (process != nullptr) {
+        TerminateProcess(process, 137);
+        CloseHandle(process);
+    }
+#else
+    kill(static_cast<pid_t>(pid), SIGKILL);
 #endif
 }
 

@@ -281,7 +281,7 @@ TEST(Isolation, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
             PidCollector out;
             out.mutex = &mutex;
             out.pids = &longPids;
-            LaunchBlockingProcess(shell("echo $$; exec sleep 600").c_str(), &out);
+            LaunchBlockingProcess(child("pid sleep 600000").c_str(), &out);
             ++longDone;
         });
     }
@@ -300,7 +300,7 @@ TEST(Isolation, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
     }
     EXPECT_EQ(longDone.load(), 0);
     for (const pid_t pid : longPids) {
-        kill(pid, SIGKILL);
+        killProcess(pid);
     }
     for (std::thread& t : others) {
         t.join();

@@ -52,11 +52,15 @@ TEST(Runner, NullObserverLeavesAWriterBiggerThanThePipeBlockedUntilKilled) {
         shell(std::string("echo $$ > ") + pidFile + "; exec head -c 10000000 /dev/zero");
     std::future<int> run = std::async(
         std::launch::async, [&] { return LaunchBlockingProcess(command.c_str(), nullptr); });
-    EXPECT_EQ(run.wait_for(std::chrono::seconds(1)), std::future_status::timeout);
+    // The writer says who it is, then fills the pipe and blocks; the run cannot end before
+    // it is killed, however long this waits.
     pid_t writer = 0;
-    std::ifstream(pidFile) >> writer;
+    while (writer <= 0) {
+        std::this_thread::yield();
+        std::ifstream(pidFile) >> writer;
+    }
     unlink(pidFile);
-    ASSERT_GT(writer, 0);
+    EXPECT_EQ(run.wait_for(std::chrono::milliseconds(500)), std::future_status::timeout);
     kill(writer, SIGTERM);
     EXPECT_EQ(run.get(), 128 + SIGTERM);
 }

@@ -2,11 +2,11 @@
 // the test helper program (helpers/child.cpp) and cmd.
 #include <windows.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -15,11 +15,6 @@
 #include "collector.h"
 
 namespace {
-
-// The helper with the given actions.
-std::string child(const std::string& actions) {
-    return helperProgram("velcan_test_child") + " " + actions;
-}
 
 TEST(WindowsRunner, StandardInputIsTheNullDevice) {
     Collector out;
@@ -75,34 +70,56 @@ TEST(WindowsRunner, EnvironmentIsInherited) {
 
 // A child started while another call's inheritable pipe copies exist would inherit them and
 // hold that call's output open until it ends. The library's own spawns take turns, so short
-// runs beside long ones end as soon as their own child does.
-TEST(WindowsRunner, ShortRunsEndPromptlyWhileOtherThreadsRunLongChildren) {
-    std::atomic<int> longStarted(0);
+// runs beside long ones end while the long children still run.
+TEST(WindowsRunner, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
+    std::mutex mutex;
+    std::vector<long> longPids;
+    std::atomic<int> longDone(0);
+    struct PidCollector : Collector {
+        std::mutex* mutex = nullptr;
+        std::vector<long>* pids = nullptr;
+        bool told = false;
+        void onPiece() override {
+            if (!told && output.find('\n') != std::string::npos) {
+                told = true;
+                std::lock_guard<std::mutex> lock(*mutex);
+                pids->push_back(std::atol(output.c_str()));
+            }
+        }
+    };
     std::vector<std::thread> longRuns;
     for (int t = 0; t < 3; ++t) {
         longRuns.emplace_back([&] {
-            ++longStarted;
-            Collector out;
-            LaunchBlockingProcess(child("out started sleep 3000").c_str(), &out);
+            PidCollector out;
+            out.mutex = &mutex;
+            out.pids = &longPids;
+            LaunchBlockingProcess(child("pid sleep 600000").c_str(), &out);
+            ++longDone;
         });
     }
-    while (longStarted < 3) {
+    for (;;) {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (longPids.size() == 3) {
+                break;
+            }
+        }
         std::this_thread::yield();
     }
-    double longest = 0;
     for (int i = 0; i < 30; ++i) {
         Collector out;
-        const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(LaunchBlockingProcess(child("out short").c_str(), &out), 0);
-        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-        longest = std::max(longest, took.count());
         EXPECT_EQ(out.output, "short");
+    }
+    // Had a long child held a short run open, that run would have ended only with it.
+    EXPECT_EQ(longDone.load(), 0);
+    for (const long pid : longPids) {
+        killProcess(pid);
     }
     for (std::thread& thread : longRuns) {
         thread.join();
     }
-    // Far below the long children's 3 seconds: none of them held a short run's pipe.
-    EXPECT_LT(longest, 1.5);
+    EXPECT_EQ(longDone.load(), 3);
 }
 
 } // namespace

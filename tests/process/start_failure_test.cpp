@@ -22,9 +22,7 @@ namespace {
 
 // An executable script with the given first line.
 struct Script {
-    explicit Script(const std::string& content) : file(content) {
-        chmod(file.path(), 0700);
-    }
+    explicit Script(const std::string& content) : file(content) { chmod(file.path(), 0700); }
     std::string path() const { return file.path(); }
     TempFile file;
 };
@@ -201,8 +199,8 @@ TEST(StartFailure, DescriptorLimitNeverGivesTheChildTheCallersStreams) {
             limit.rlim_cur = limit.rlim_max;
             setrlimit(RLIMIT_NOFILE, &limit);
             const bool whole = code == 0 && out.output == "stdin: 0 bytes\nran";
-            const bool refused = code == 127 && (error == EMFILE || error == ENFILE) &&
-                                 out.bufferCalls == 0;
+            const bool refused =
+                code == 127 && (error == EMFILE || error == ENFILE) && out.bufferCalls == 0;
             // Up to six above the base there is no room for the pipe, the null device, the
             // status pipe and the child's three copies together.
             if (extra <= 6 ? !refused : !(whole || refused)) {

@@ -1,20 +1,29 @@
-// Load on the runner: many sequential runs, many threads, and short runs beside long ones.
+// Load on the runner: many sequential runs, many threads, short runs beside long ones, and
+// short runs while other code spawns children back to back.
 // Checks every output and exit code, and that descriptors, child processes and resident
 // memory are as flat at the end as at the start.
 //   velcan_stress [SEQUENTIAL_RUNS] [THREADS] [RUNS_PER_THREAD]
 #include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "process/collector.h"
+
+extern char** environ;
 
 namespace {
 
@@ -62,6 +71,59 @@ long residentKiB() {
 
 std::atomic<int> failures(0);
 
+// Descriptor numbers of a process, from /proc.
+std::set<int> descriptorsOf(pid_t pid) {
+    std::set<int> fds;
+    const std::string path = "/proc/" + std::to_string(pid) + "/fd";
+    if (DIR* dir = opendir(path.c_str())) {
+        while (const dirent* entry = readdir(dir)) {
+            if (entry->d_name[0] != '.') {
+                fds.insert(std::atoi(entry->d_name));
+            }
+        }
+        closedir(dir);
+    }
+    return fds;
+}
+
+// This process's descriptors that a child would inherit.
+std::set<int> inheritableDescriptors() {
+    std::set<int> fds;
+    for (const int fd : descriptorsOf(getpid())) {
+        const int flags = fcntl(fd, F_GETFD);
+        if (flags != -1 && (flags & FD_CLOEXEC) == 0) {
+            fds.insert(fd);
+        }
+    }
+    return fds;
+}
+
+// The pipes and null devices a child of other code holds beyond what this process lets
+// every child inherit: each is a run's, inherited while the run was starting.
+int runDescriptorsHeldBy(pid_t pid, const std::set<int>& allowed) {
+    int held = 0;
+    for (const int fd : descriptorsOf(pid)) {
+        char target[64];
+        const std::string link = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
+        const ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
+        const std::string to(target, n > 0 ? static_cast<size_t>(n) : 0);
+        if ((to.compare(0, 5, "pipe:") == 0 || to == "/dev/null") && allowed.count(fd) == 0) {
+            ++held;
+        }
+    }
+    return held;
+}
+
+// A child started the way other code in an application may: posix_spawn, which returns
+// once the child has run exec.
+pid_t spawnSleeper() {
+    char name[] = "sleep";
+    char seconds[] = "1";
+    char* argv[] = {name, seconds, nullptr};
+    pid_t pid = 0;
+    return posix_spawnp(&pid, "sleep", nullptr, nullptr, argv, environ) == 0 ? pid : -1;
+}
+
 void runOne(const std::string& tag, int code) {
     Collector out(256);
     const std::string command = "sh -c 'echo " + tag + "; exit " + std::to_string(code) + "'";
@@ -78,7 +140,21 @@ struct Snapshot {
     long rss;
 };
 
-Snapshot snapshot() { return {countEntries("/proc/self/fd"), childProcesses(), residentKiB()}; }
+// Runs short commands, checking each; returns the longest one took, in seconds.
+double longestShortRun(int runs) {
+    double longest = 0;
+    for (int i = 0; i < runs; ++i) {
+        const auto start = std::chrono::steady_clock::now();
+        runOne("short", 0);
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+        longest = std::max(longest, took.count());
+    }
+    return longest;
+}
+
+Snapshot snapshot() {
+    return {countEntries("/proc/self/fd"), childProcesses(), residentKiB()};
+}
 
 // A sanitizer holds freed memory back for a while, so resident memory says nothing there.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -133,29 +209,59 @@ int main(int argc, char** argv) {
     }
     ok = flat("threads", start, snapshot()) && ok;
 
-    std::printf("short runs while 3 threads run 1-second children\n");
-    std::atomic<bool> stop(false);
-    std::vector<std::thread> longRunners;
-    for (int i = 0; i < 3; ++i) {
-        longRunners.emplace_back([&stop] {
-            while (!stop) {
-                LaunchBlockingProcess("sleep 1", nullptr);
-            }
-        });
+    std::printf("%d short runs while 3 threads run 1-second children\n", perThread);
+    {
+        std::atomic<bool> stop(false);
+        std::vector<std::thread> longRunners;
+        for (int i = 0; i < 3; ++i) {
+            longRunners.emplace_back([&stop] {
+                while (!stop) {
+                    LaunchBlockingProcess("sleep 1", nullptr);
+                }
+            });
+        }
+        const double longest = longestShortRun(perThread);
+        stop = true;
+        for (std::thread& th : longRunners) {
+            th.join();
+        }
+        // For information only: a loaded machine can make any run slow.
+        std::printf("  longest short run %.3f s\n", longest);
     }
-    double longest = 0;
-    for (int i = 0; i < 300; ++i) {
-        const auto s = std::chrono::steady_clock::now();
-        runOne("short", 0);
-        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - s;
-        longest = std::max(longest, took.count());
+
+    std::printf("%d short runs while 3 threads posix_spawn children back to back\n", sequential);
+    {
+        // A run's pipe or null device found in another program's child is a run that child
+        // holds open until it ends.
+        const std::set<int> allowed = inheritableDescriptors();
+        std::atomic<bool> stop(false);
+        std::atomic<long> spawned(0);
+        std::atomic<long> holding(0);
+        std::vector<std::thread> spawners;
+        for (int i = 0; i < 3; ++i) {
+            spawners.emplace_back([&] {
+                while (!stop) {
+                    const pid_t pid = spawnSleeper();
+                    if (pid <= 0) {
+                        continue;
+                    }
+                    holding += runDescriptorsHeldBy(pid, allowed);
+                    ++spawned;
+                    kill(pid, SIGKILL);
+                    waitpid(pid, nullptr, 0);
+                }
+            });
+        }
+        const double longest = longestShortRun(sequential);
+        stop = true;
+        for (std::thread& th : spawners) {
+            th.join();
+        }
+        std::printf("  %ld children spawned beside them; run descriptors they held: %ld\n",
+                    spawned.load(), holding.load());
+        std::printf("  longest short run %.3f s (for information)\n", longest);
+        ok = ok && holding == 0;
     }
-    stop = true;
-    for (std::thread& th : longRunners) {
-        th.join();
-    }
-    std::printf("  longest short run %.3f s (limit 0.2 s)\n", longest);
-    ok = ok && longest < 0.2;
 
     std::printf("wrong outputs or exit codes: %d\n", failures.load());
     ok = ok && failures == 0;

@@ -7,6 +7,7 @@
 //   startup              print how the window was asked to be shown
 //   zeros N              write N zero bytes to standard output
 //   fds                  print its open descriptors, one line (POSIX; "n/a" elsewhere)
+//   pid                  print its process id and a line end
 //   args WORD...         print each remaining word as [WORD]
 //   exit N               end with code N
 #include <chrono>
@@ -22,6 +23,7 @@
 #include <windows.h>
 #else
 #include <dirent.h>
+#include <unistd.h>
 #endif
 
 namespace {
@@ -127,6 +129,12 @@ int main(int argc, char** argv) {
             const std::string zeros(static_cast<std::size_t>(std::atol(value)), '\0');
             write(stdout, zeros);
             ++i;
+        } else if (action == "pid") {
+#if defined(_WIN32)
+            write(stdout, std::to_string(GetCurrentProcessId()) + "\n");
+#else
+            write(stdout, std::to_string(getpid()) + "\n");
+#endif
         } else if (action == "fds") {
             write(stdout, openDescriptors());
         } else if (action == "args") {
