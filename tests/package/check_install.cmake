@@ -1,7 +1,7 @@
 # Installs the build into a fresh prefix, then builds and runs the consumer against it,
 # once through find_package and once through pkg-config.
 #   -DBUILD_DIR=... -DWORK=... -DCONSUMER=... -DSAMPLE=... -DCXX=...
-# Cross-built (-DTOOLCHAIN=... -DEMULATOR=...): find_package only, the consumer run by the
+# Cross-built (-DTOOLCHAIN=... -DEMULATOR=a|b|...): find_package only, the consumer run by the
 # emulator with the DLL beside it.
 file(REMOVE_RECURSE ${WORK})
 set(prefix ${WORK}/prefix)
@@ -28,6 +28,7 @@ if(TOOLCHAIN)
       -DVELCAN_WIN32_DEPS=${DEPS} -Dvelcan_DIR=${prefix}/lib/cmake/velcan)
   run(${CMAKE_COMMAND} --build ${WORK}/cmake)
   file(COPY ${prefix}/bin/velcan.dll DESTINATION ${WORK}/cmake)
+  string(REPLACE "|" ";" EMULATOR "${EMULATOR}")
   run(${EMULATOR} ${WORK}/cmake/consumer.exe ${SAMPLE})
   message(STATUS "find_package: ${last_output}")
   return()
