@@ -25,15 +25,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         parsed.program == nullptr) {
         std::abort();
     }
-    // The process layer, given the same line, must make the same words of it.
-    ACE_Process_Options options(true, 1024, 16384, 512, 1024);
+    // The process layer, set up as the runner sets it up and given the same line, must make
+    // the same words of it.
+    ACE_Process_Options options(true, velcan::kCommandLineBuffer, velcan::kEnvironmentBuffer,
+                                velcan::kEnvironmentEntries, velcan::kArgumentSlots);
     options.command_line(text);
     int words = 0;
     ACE_TCHAR* const* argv = options.command_line_argv();
     while (argv[words] != nullptr) {
+        if (words == parsed.argumentCount ||
+            std::strcmp(argv[words], parsed.arguments[words]) != 0) {
+            std::abort();
+        }
         ++words;
     }
-    if (words != parsed.argumentCount || std::strcmp(argv[0], parsed.program) != 0) {
+    if (words != parsed.argumentCount) {
         std::abort();
     }
     return 0;

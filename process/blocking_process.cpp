@@ -12,13 +12,6 @@ namespace {
 
 const int kNotRun = 127;
 
-// The process layer's sizes: command-line buffer, environment buffer, environment entries,
-// command-line arguments.
-const size_t kCommandLineBuffer = 1024;
-const size_t kEnvironmentBuffer = 16384;
-const size_t kEnvironmentEntries = 512;
-const size_t kArgumentSlots = 128;
-
 // Passes everything the child writes to the observer, as each read returns. Returns 0, or
 // the error of a read that failed (which also ends the reading).
 int relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
@@ -70,7 +63,8 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
         platform::ChildProcess process;
         {
             std::unique_ptr<ACE_Process_Options> options(new ACE_Process_Options(
-                true, kCommandLineBuffer, kEnvironmentBuffer, kEnvironmentEntries, kArgumentSlots));
+                true, velcan::kCommandLineBuffer, velcan::kEnvironmentBuffer,
+                velcan::kEnvironmentEntries, velcan::kArgumentSlots));
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"

@@ -4,10 +4,18 @@
 
 namespace velcan {
 
-// The process layer's limits: a 1024-character buffer (with its NUL) and 128 argument slots
-// (with the terminating null).
-const int kMaxCommandLineLength = 1023;
-const int kMaxArguments = 127;
+// The sizes the runner gives the process layer (ACE_Process_Options), defined here once:
+// a command-line buffer of 1024 characters, an environment buffer of 16384 bytes, 512
+// environment entries and 128 command-line argument slots.
+const int kCommandLineBuffer = 1024;
+const int kEnvironmentBuffer = 16384;
+const int kEnvironmentEntries = 512;
+const int kArgumentSlots = 128;
+
+// What those allow: 1023 characters (the buffer holds the NUL) and 127 words (the argument
+// list ends with a null).
+const int kMaxCommandLineLength = kCommandLineBuffer - 1;
+const int kMaxArguments = kArgumentSlots - 1;
 
 // A command line as the process layer will see it.
 struct CommandLine {

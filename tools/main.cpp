@@ -7,6 +7,7 @@
 #include <velcan/velcan.h>
 
 #include "commands.h"
+#include "lint.h"
 
 #ifndef VELCAN_SAMPLE_FILE
 #define VELCAN_SAMPLE_FILE "examples/version-history.xml"
@@ -18,11 +19,14 @@ const char kUsage[] =
     "usage: velcan history [FILE] [--json]   print a version-history file\n"
     "       velcan events FILE               print every XML event a reader receives\n"
     "       velcan run [--] COMMAND [ARG...]    run a command, streaming its output\n"
+    "       velcan lint [--json] FILE...     say what the history reader would drop, split or\n"
+    "                                        refuse in each version-history file\n"
     "       velcan --help | --version\n"
     "\n"
     "history reads " VELCAN_SAMPLE_FILE " when FILE is not given.\n"
     "run takes each ARG literally (no shell) and exits with the command's status: 128 plus\n"
     "the signal number when a signal ended it, 127 when it could not be run.\n"
+    "lint exits with 0 when the files are clean and 1 when it has findings.\n"
     "Exit status otherwise: 0 on success, 1 when a file cannot be read, 2 on a usage error.\n";
 
 int usageError(const std::string& message) {
@@ -75,6 +79,36 @@ int run(std::vector<const char*> args) {
     return runCommand(line);
 }
 
+int lint(const std::vector<const char*>& args) {
+    bool json = false;
+    std::vector<std::string> files;
+    for (const char* arg : args) {
+        if (std::strcmp(arg, "--json") == 0) {
+            json = true;
+        } else if (isOption(arg)) {
+            return usageError(std::string("lint: unknown option '") + arg + "'");
+        } else {
+            files.emplace_back(arg);
+        }
+    }
+    if (files.empty()) {
+        return usageError("lint: expects at least one FILE");
+    }
+    std::vector<LintFinding> findings;
+    for (const std::string& file : files) {
+        const std::vector<LintFinding> some = lintHistoryFile(file);
+        findings.insert(findings.end(), some.begin(), some.end());
+    }
+    if (json) {
+        std::printf("%s\n", findingsAsJson(findings).c_str());
+    } else {
+        for (const LintFinding& finding : findings) {
+            std::printf("%s\n", formatFinding(finding).c_str());
+        }
+    }
+    return findings.empty() ? 0 : kExitFailure;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -101,6 +135,9 @@ int main(int argc, char** argv) {
     }
     if (command == "run") {
         return run(args);
+    }
+    if (command == "lint") {
+        return lint(args);
     }
     return usageError("unknown command '" + command + "'");
 }

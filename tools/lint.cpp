@@ -1,0 +1,241 @@
+// velcan lint: reads a version-history file the way the reader does, with the library's own
+// expatpp class, and says where the reader would lose, split or refuse something.
+#include "lint.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+#include <velcan/velcan.h>
+
+#include "commands.h"
+#include "history/ascii.h"
+#include "json.h"
+
+namespace {
+
+enum class Kind { Version, FeatureDescription, Other };
+
+struct Open {
+    Kind kind;
+    int line;
+    int column;
+};
+
+class LintReader : public expatpp {
+  public:
+    LintReader(const std::string& path, std::vector<LintFinding>& findings)
+        : path_(path), findings_(findings) {}
+
+    int versions = 0;
+
+    void startElement(const char* name, const char** atts) override {
+        const Kind kind = kindOf(name);
+        const int line = XML_GetCurrentLineNumber();
+        const int column = currentColumn();
+        checkLetterCase(name, kind);
+        if (const Open* description = innermost(Kind::FeatureDescription)) {
+            if (kind == Kind::FeatureDescription) {
+                warn(line, column,
+                     "FeatureDescription inside another FeatureDescription (opened at line " +
+                         std::to_string(description->line) +
+                         "): the reader splits the text and adds an empty description");
+            } else {
+                warn(line, column,
+                     std::string("markup inside a description: the tags of '") + name +
+                         "' are dropped, its text is kept");
+            }
+        }
+        if (kind == Kind::Version) {
+            ++versions;
+            if (const Open* outer = innermost(Kind::Version)) {
+                warn(line, column,
+                     "Version inside another Version (opened at line " +
+                         std::to_string(outer->line) +
+                         "): the reader stores the inner one twice and loses the outer one");
+            }
+            checkVersion(line, column, atts);
+        } else if (kind == Kind::FeatureDescription) {
+            if (innermost(Kind::Version) == nullptr) {
+                warn(line, column, "FeatureDescription outside any Version: the reader drops it");
+            }
+            text_.clear();
+        }
+        open_.push_back({kind, line, column});
+    }
+
+    void endElement(const char*) override {
+        const Open element = open_.back();
+        open_.pop_back();
+        if (element.kind == Kind::FeatureDescription &&
+            innermost(Kind::FeatureDescription) == nullptr) {
+            if (text_.find_first_not_of(" \t\r\n") == std::string::npos) {
+                warn(element.line, element.column,
+                     text_.empty() ? "empty description" : "blank description");
+            }
+        }
+    }
+
+    void charData(const char* s, int len) override {
+        if (innermost(Kind::FeatureDescription) != nullptr) {
+            text_.append(s, static_cast<size_t>(len));
+        }
+    }
+
+    // With a default handler set, expat passes a reference to an entity of the document's
+    // own DTD here instead of expanding it; the reader never sees its text.
+    void defaultHandler(const char* s, int len) override {
+        if (len > 1 && s[0] == '&' && s[len - 1] == ';' &&
+            innermost(Kind::FeatureDescription) != nullptr) {
+            warn(XML_GetCurrentLineNumber(), currentColumn(),
+                 "entity reference " + std::string(s, static_cast<size_t>(len)) +
+                     " is not expanded: its text is missing from the description");
+        }
+    }
+
+  private:
+    static Kind kindOf(const char* name) {
+        if (equalsIgnoringCase(name, "version")) {
+            return Kind::Version;
+        }
+        if (equalsIgnoringCase(name, "featuredescription")) {
+            return Kind::FeatureDescription;
+        }
+        return Kind::Other;
+    }
+
+    int currentColumn() {
+        return static_cast<int>(::XML_GetCurrentColumnNumber(
+                   static_cast<XML_Parser>(static_cast<void*>(*this)))) +
+               1;
+    }
+
+    const Open* innermost(Kind kind) const {
+        for (auto it = open_.rbegin(); it != open_.rend(); ++it) {
+            if (it->kind == kind) {
+                return &*it;
+            }
+        }
+        return nullptr;
+    }
+
+    void checkLetterCase(const char* name, Kind kind) {
+        const char* usual = kind == Kind::Version              ? "Version"
+                            : kind == Kind::FeatureDescription ? "FeatureDescription"
+                                                               : nullptr;
+        if (usual != nullptr && std::strcmp(name, usual) != 0) {
+            warn(XML_GetCurrentLineNumber(), currentColumn(),
+                 std::string("element '") + name + "' is read as '" + usual +
+                     "' (the letter case differs)");
+        }
+    }
+
+    void checkVersion(int line, int column, const char** atts) {
+        const char* number = nullptr;
+        bool hasDate = false;
+        for (const char** a = atts; *a != nullptr; a += 2) {
+            if (equalsIgnoringCase(a[0], "number")) {
+                number = a[1]; // the later one wins, as in the reader
+                checkAttributeCase(a[0], "number");
+            } else if (equalsIgnoringCase(a[0], "date")) {
+                hasDate = true;
+                checkAttributeCase(a[0], "date");
+            }
+        }
+        if (number == nullptr) {
+            warn(line, column, "Version without a number: the reader gives it an empty one");
+        } else {
+            const auto seen = numbers_.find(number);
+            if (seen != numbers_.end()) {
+                warn(line, column,
+                     std::string("two versions numbered '") + number + "' (the first at line " +
+                         std::to_string(seen->second) + ")");
+            } else {
+                numbers_[number] = line;
+            }
+        }
+        if (!hasDate) {
+            warn(line, column, "Version without a date: the reader gives it an empty one");
+        }
+    }
+
+    void checkAttributeCase(const char* name, const char* usual) {
+        if (std::strcmp(name, usual) != 0) {
+            warn(XML_GetCurrentLineNumber(), currentColumn(),
+                 std::string("attribute '") + name + "' is read as '" + usual +
+                     "' (the letter case differs)");
+        }
+    }
+
+    void warn(int line, int column, const std::string& message) {
+        findings_.push_back({path_, line, column, false, message});
+    }
+
+    const std::string& path_;
+    std::vector<LintFinding>& findings_;
+    std::vector<Open> open_;
+    std::string text_;
+    std::map<std::string, int> numbers_;
+};
+
+} // namespace
+
+std::vector<LintFinding> lintHistoryFile(const std::string& path) {
+    std::vector<LintFinding> findings;
+    FILE* file = std::fopen(path.c_str(), "r");
+    struct stat st;
+    int openError = file == nullptr ? errno : 0;
+    if (file != nullptr && fstat(fileno(file), &st) == 0 && S_ISDIR(st.st_mode)) {
+        std::fclose(file);
+        file = nullptr;
+        openError = EISDIR;
+    }
+    if (file == nullptr) {
+        findings.push_back({path, 1, 1, true,
+                            std::string("cannot open: ") + std::strerror(openError) +
+                                ": the reader returns an empty history"});
+        return findings;
+    }
+    LintReader reader(path, findings);
+    const bool wellFormed = feedInPieces(file, reader);
+    std::fclose(file);
+    if (!wellFormed) {
+        const XML_Error code = reader.XML_GetErrorCode();
+        const int column = static_cast<int>(::XML_GetCurrentColumnNumber(
+                               static_cast<XML_Parser>(static_cast<void*>(reader)))) +
+                           1;
+        const std::string what = code == XML_ERROR_NOT_STANDALONE
+                                     ? "not standalone (it refers to an external DTD)"
+                                     : std::string("not well formed: ") + XML_ErrorString(code);
+        findings.push_back({path, reader.XML_GetCurrentLineNumber(), column, true,
+                            what + ": the reader returns an empty history"});
+    } else if (reader.versions == 0) {
+        findings.push_back(
+            {path, 1, 1, true, "no Version element: the file reads as an empty history"});
+    }
+    return findings;
+}
+
+std::string formatFinding(const LintFinding& f) {
+    return f.file + ":" + std::to_string(f.line) + ":" + std::to_string(f.column) + ": " +
+           (f.error ? "error" : "warning") + ": " + f.message;
+}
+
+std::string findingsAsJson(const std::vector<LintFinding>& findings) {
+    std::string out = "[";
+    for (const LintFinding& f : findings) {
+        if (out.size() > 1) {
+            out += ",";
+        }
+        out += "{\"file\":" + jsonString(f.file) + ",\"line\":" + std::to_string(f.line) +
+               ",\"column\":" + std::to_string(f.column) +
+               ",\"severity\":" + (f.error ? "\"error\"" : "\"warning\"") +
+               ",\"message\":" + jsonString(f.message) + "}";
+    }
+    return out + "]";
+}
