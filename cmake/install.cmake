@@ -2,33 +2,40 @@ include(CMakePackageConfigHelpers)
 
 set(VELCAN_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/velcan)
 
+# Components, one per Debian package (scripts/build-debs): runtime (the shared library),
+# development (headers, import library or .so link, CMake package, pkg-config file) and tool
+# (the velcan program and the sample history).
 install(TARGETS velcan EXPORT velcanTargets
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES ${VELCAN_PUBLIC_HEADERS_TOP} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velcan)
-install(FILES ${VELCAN_PUBLIC_HEADERS_XML} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velcan/xml)
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(FILES ${VELCAN_PUBLIC_HEADERS_TOP} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velcan
+  COMPONENT development)
+install(FILES ${VELCAN_PUBLIC_HEADERS_XML} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velcan/xml
+  COMPONENT development)
 install(FILES ${VELCAN_PUBLIC_HEADERS_HISTORY}
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velcan/history)
-if(VELCAN_PUBLIC_HEADERS_PROCESS)
-  install(FILES ${VELCAN_PUBLIC_HEADERS_PROCESS}
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velcan/process)
-endif()
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velcan/history COMPONENT development)
+install(FILES ${VELCAN_PUBLIC_HEADERS_PROCESS}
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/velcan/process COMPONENT development)
 
-install(EXPORT velcanTargets NAMESPACE velcan:: DESTINATION ${VELCAN_CMAKE_DIR})
+install(EXPORT velcanTargets NAMESPACE velcan:: DESTINATION ${VELCAN_CMAKE_DIR}
+  COMPONENT development)
 configure_package_config_file(cmake/velcanConfig.cmake.in
   ${PROJECT_BINARY_DIR}/velcanConfig.cmake INSTALL_DESTINATION ${VELCAN_CMAKE_DIR})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/velcanConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/velcanConfig.cmake
               ${PROJECT_BINARY_DIR}/velcanConfigVersion.cmake
-        DESTINATION ${VELCAN_CMAKE_DIR})
+        DESTINATION ${VELCAN_CMAKE_DIR} COMPONENT development)
 
 # The .pc file finds its prefix from where it lies, so `cmake --install --prefix P` works.
 file(RELATIVE_PATH VELCAN_PC_TO_PREFIX /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
 configure_file(cmake/velcan.pc.in ${PROJECT_BINARY_DIR}/velcan.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/velcan.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/velcan.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT development)
 
 if(VELCAN_BUILD_TOOLS)
-  install(TARGETS velcan_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS velcan_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  install(FILES examples/version-history.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/velcan
+    COMPONENT tool)
 endif()

@@ -9,8 +9,17 @@
 #include "commands.h"
 #include "lint.h"
 
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <unistd.h>
+#endif
+
 #ifndef VELCAN_SAMPLE_FILE
 #define VELCAN_SAMPLE_FILE "examples/version-history.xml"
+#endif
+#ifndef VELCAN_SAMPLE_RELATIVE
+#define VELCAN_SAMPLE_RELATIVE "../share/velcan/version-history.xml"
 #endif
 
 namespace {
@@ -23,11 +32,35 @@ const char kUsage[] =
     "                                        refuse in each version-history file\n"
     "       velcan --help | --version\n"
     "\n"
-    "history reads " VELCAN_SAMPLE_FILE " when FILE is not given.\n"
+    "history reads the sample history installed with the tool when FILE is not given.\n"
     "run takes each ARG literally (no shell) and exits with the command's status: 128 plus\n"
     "the signal number when a signal ended it, 127 when it could not be run.\n"
     "lint exits with 0 when the files are clean and 1 when it has findings.\n"
     "Exit status otherwise: 0 on success, 1 when a file cannot be read, 2 on a usage error.\n";
+
+// The sample history: the one installed with the tool (share/velcan beside its bin), else
+// the source tree's, for the tool as built.
+std::string sampleFile() {
+    std::string self;
+#if defined(_WIN32)
+    char path[MAX_PATH + 1];
+    const DWORD n = GetModuleFileNameA(nullptr, path, sizeof path);
+    self.assign(path, n < sizeof path ? n : 0);
+#else
+    char path[4096];
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path);
+    self.assign(path, n > 0 ? static_cast<size_t>(n) : 0);
+#endif
+    const size_t slash = self.find_last_of("/\\");
+    if (slash != std::string::npos) {
+        const std::string installed = self.substr(0, slash + 1) + VELCAN_SAMPLE_RELATIVE;
+        if (FILE* file = std::fopen(installed.c_str(), "r")) {
+            std::fclose(file);
+            return installed;
+        }
+    }
+    return VELCAN_SAMPLE_FILE;
+}
 
 int usageError(const std::string& message) {
     reportError(message + " (try 'velcan --help')");
@@ -52,7 +85,7 @@ int history(const std::vector<const char*>& args) {
             return usageError("history: more than one FILE given");
         }
     }
-    return historyCommand(path != nullptr ? path : VELCAN_SAMPLE_FILE, json);
+    return historyCommand(path != nullptr ? path : sampleFile().c_str(), json);
 }
 
 int events(const std::vector<const char*>& args) {

@@ -33,6 +33,17 @@ if(TOOLCHAIN)
   message(STATUS "find_package: ${last_output}")
   return()
 endif()
+# The installed tool reads the sample installed beside it, wherever the prefix is: a
+# history put in its place is what `velcan history` prints.
+if(EXISTS ${prefix}/bin/velcan)
+  file(WRITE ${prefix}/share/velcan/version-history.xml
+       "<h><Version number=\"9.9.9\" date=\"installed\"/></h>\n")
+  run(${prefix}/bin/velcan history)
+  if(NOT last_output STREQUAL "Version 9.9.9 (installed)\n")
+    message(FATAL_ERROR "the installed tool did not read the installed sample:\n${last_output}")
+  endif()
+endif()
+
 run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/cmake -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_CXX_COMPILER=${CXX})
 run(${CMAKE_COMMAND} --build ${WORK}/cmake)
