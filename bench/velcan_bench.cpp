@@ -21,6 +21,8 @@
 #include <expat.h>
 #include <velcan/velcan.h>
 
+#include "commands.h"
+#include "events_baseline.h"
 #include "generate_history.h"
 
 extern char** environ;
@@ -226,6 +228,45 @@ void XMLCALL cEnd(void* w, const char* name) {
 }
 void XMLCALL cText(void* w, const char* s, int len) {
     static_cast<Work*>(w)->text(s, len);
+}
+
+// Runs the tool's events command, or the plain expat program, with stdout sent to path.
+double eventsTo(const std::string& out, const std::string& doc, bool tool) {
+    std::fflush(stdout);
+    const int saved = dup(1);
+    const int sink = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(sink, 1);
+    close(sink);
+    const double t = seconds([&] {
+        if (tool) {
+            eventsCommand(doc.c_str());
+        } else {
+            baseline::printEvents(doc.c_str());
+        }
+    });
+    std::fflush(stdout);
+    dup2(saved, 1);
+    close(saved);
+    return t;
+}
+
+void eventsMeasure(bool quick) {
+    const std::string doc = "/tmp/velcan-bench-events.xml";
+    generateHistory(doc, quick ? (1L << 20) : (10L << 20));
+    // The same lines from both, or the comparison means nothing.
+    eventsTo("/tmp/velcan-bench-events.tool", doc, true);
+    eventsTo("/tmp/velcan-bench-events.plain", doc, false);
+    const bool same = std::system("cmp -s /tmp/velcan-bench-events.tool "
+                                  "/tmp/velcan-bench-events.plain") == 0;
+    std::remove("/tmp/velcan-bench-events.tool");
+    std::remove("/tmp/velcan-bench-events.plain");
+    const Pair t = interleaved(
+        quick ? 3 : 9, [&] { return eventsTo("/dev/null", doc, true); },
+        [&] { return eventsTo("/dev/null", doc, false); });
+    std::remove(doc.c_str());
+    row(same ? "velcan events, 10 MB / plain expat, unlocked stdio"
+             : "velcan events: OUTPUT DIFFERS from plain expat",
+        ms(t.measure), ms(t.baseline), same ? t.measure / t.baseline : 99.0, 1.10);
 }
 
 void dispatchMeasure(bool quick) {
@@ -498,6 +539,7 @@ int main(int argc, char** argv) {
     runnerMeasures(quick);
     historyMeasures(quick);
     dispatchMeasure(quick);
+    eventsMeasure(quick);
     std::printf("%d of the targets missed%s\n", failures,
                 quick ? " (quick run: sizes too small to judge)" : "");
     return 0;

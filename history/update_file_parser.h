@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "history/update_file.h"
-#include "xml/expatpp.h"
+#include "velcan/history/update_file.h"
+#include "velcan/xml/expatpp.h"
 
 class TUpdateFileParser : public expatpp {
   public:

@@ -1,4 +1,4 @@
-#include "process/blocking_process.h"
+#include "velcan/process/blocking_process.h"
 
 #include <cerrno>
 #include <memory>

@@ -1,5 +1,5 @@
 // What the runner needs from the operating system, one implementation per platform
-// (platform_posix.cpp, platform_win32.cpp). Internal.
+// (platform_linux.cpp, platform_win32.cpp). Internal.
 //
 // One error convention: every call that can fail returns 0 on success or the errno value
 // that says why it failed. What they leave in errno means nothing: LaunchBlockingProcess

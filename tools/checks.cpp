@@ -9,6 +9,7 @@
 #include <velcan/velcan.h>
 
 #include "commands.h"
+#include "history/pieces.h"
 
 void reportError(const std::string& message) {
     std::fprintf(stderr, "velcan: %s\n", message.c_str());
@@ -30,27 +31,13 @@ bool checkReadable(const char* path) {
     return true;
 }
 
-bool feedInPieces(FILE* file, expatpp& reader) {
-    char buffer[1024];
-    for (;;) {
-        const size_t n = std::fread(buffer, 1, sizeof buffer, file);
-        const int isFinal = n < sizeof buffer ? 1 : 0;
-        if (reader.XML_Parse(buffer, static_cast<int>(n), isFinal) == 0) {
-            return false;
-        }
-        if (isFinal != 0) {
-            return true;
-        }
-    }
-}
-
 bool checkWellFormed(const char* path) {
     FILE* file = std::fopen(path, "r");
     if (file == nullptr) {
         return checkReadable(path);
     }
     expatpp reader;
-    const bool ok = feedInPieces(file, reader);
+    const bool ok = velcan::feedInPieces(file, reader);
     std::fclose(file);
     if (!ok) {
         reportError(std::string(path) + ":" + std::to_string(reader.XML_GetCurrentLineNumber()) +

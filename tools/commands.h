@@ -29,10 +29,6 @@ void reportError(const std::string& message);
 // "cannot open PATH: REASON" and returns false.
 bool checkReadable(const char* path);
 
-// Feeds an open file to reader in 1024-byte pieces, the last one final, as the history
-// reader does. Returns false at the first XML error.
-bool feedInPieces(FILE* file, expatpp& reader);
-
 // Feeds the file through a plain expatpp in 1024-byte pieces, as the history reader does.
 // On an XML error, reports "PATH:LINE: MESSAGE" and returns false.
 bool checkWellFormed(const char* path);

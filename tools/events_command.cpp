@@ -7,55 +7,115 @@
 #include <velcan/velcan.h>
 
 #include "commands.h"
+#include "history/pieces.h"
 #include "json.h"
 
 namespace {
 
-std::string quoted(const char* s) {
-    return s == nullptr ? std::string("null") : jsonString(s, std::char_traits<char>::length(s));
-}
-
+// Prints each event as one line. The lines are gathered in one buffer of its own and written
+// in large pieces: the tool's output then costs about what the parsing does.
 class EventPrinter : public expatpp {
   public:
+    EventPrinter() { out_.reserve(kFlushAt + 4096); }
+    ~EventPrinter() override { flush(); }
+    EventPrinter(const EventPrinter&) = delete;
+    EventPrinter& operator=(const EventPrinter&) = delete;
+
     void startElement(const char* name, const char** atts) override {
-        std::string line = "start " + std::string(name);
+        word("start ", name);
         for (const char** a = atts; a[0] != nullptr; a += 2) {
-            line += " " + std::string(a[0]) + "=" + quoted(a[1]);
+            out_ += ' ';
+            out_ += a[0];
+            out_ += '=';
+            quoted(a[1]);
         }
-        emit(line);
+        endLine();
     }
-    void endElement(const char* name) override { emit("end " + std::string(name)); }
+    void endElement(const char* name) override {
+        word("end ", name);
+        endLine();
+    }
     void charData(const char* s, int len) override {
-        emit("chars " + jsonString(s, static_cast<std::size_t>(len)));
+        out_ += "chars ";
+        appendJsonString(out_, s, static_cast<std::size_t>(len));
+        endLine();
     }
     void processingInstruction(const char* target, const char* data) override {
-        emit("pi " + std::string(target) + " " + quoted(data));
+        word("pi ", target);
+        out_ += ' ';
+        quoted(data);
+        endLine();
     }
     void defaultHandler(const char* s, int len) override {
-        emit("default " + jsonString(s, static_cast<std::size_t>(len)));
+        out_ += "default ";
+        appendJsonString(out_, s, static_cast<std::size_t>(len));
+        endLine();
     }
     int notStandaloneHandler() override {
-        emit("not-standalone (rejected, as a reader that keeps the default does)");
+        out_ += "not-standalone (rejected, as a reader that keeps the default does)";
+        endLine();
         return expatpp::notStandaloneHandler();
     }
     void unparsedEntityDecl(const char* entityName, const char* base, const char* systemId,
                             const char* publicId, const char* notationName) override {
-        emit("unparsed-entity " + std::string(entityName) + " base=" + quoted(base) +
-             " system=" + quoted(systemId) + " public=" + quoted(publicId) +
-             " notation=" + quoted(notationName));
+        word("unparsed-entity ", entityName);
+        field(" base=", base);
+        field(" system=", systemId);
+        field(" public=", publicId);
+        field(" notation=", notationName);
+        endLine();
     }
     void notationDecl(const char* notationName, const char* base, const char* systemId,
                       const char* publicId) override {
-        emit("notation " + std::string(notationName) + " base=" + quoted(base) +
-             " system=" + quoted(systemId) + " public=" + quoted(publicId));
+        word("notation ", notationName);
+        field(" base=", base);
+        field(" system=", systemId);
+        field(" public=", publicId);
+        endLine();
     }
     void startNamespace(const char* prefix, const char* uri) override {
-        emit("start-namespace " + quoted(prefix) + " " + quoted(uri));
+        field("start-namespace ", prefix);
+        field(" ", uri);
+        endLine();
     }
-    void endNamespace(const char* prefix) override { emit("end-namespace " + quoted(prefix)); }
+    void endNamespace(const char* prefix) override {
+        field("end-namespace ", prefix);
+        endLine();
+    }
+
+    // Writes what is gathered; false when stdout failed.
+    bool flush() {
+        const bool ok = std::fwrite(out_.data(), 1, out_.size(), stdout) == out_.size();
+        out_.clear();
+        return ok;
+    }
 
   private:
-    static void emit(const std::string& line) { std::printf("%s\n", line.c_str()); }
+    static const std::size_t kFlushAt = 1 << 16;
+
+    void word(const char* kind, const char* text) {
+        out_ += kind;
+        out_ += text;
+    }
+    void quoted(const char* s) {
+        if (s == nullptr) {
+            out_ += "null";
+        } else {
+            appendJsonString(out_, s, std::char_traits<char>::length(s));
+        }
+    }
+    void field(const char* label, const char* value) {
+        out_ += label;
+        quoted(value);
+    }
+    void endLine() {
+        out_ += '\n';
+        if (out_.size() >= kFlushAt) {
+            flush();
+        }
+    }
+
+    std::string out_;
 };
 
 } // namespace
@@ -70,14 +130,15 @@ int eventsCommand(const char* path) {
         return kExitFailure;
     }
     EventPrinter printer;
-    int status = 0;
-    if (feedInPieces(file, printer)) {
+    const bool wellFormed = velcan::feedInPieces(file, printer);
+    std::fclose(file);
+    bool written = printer.flush();
+    if (wellFormed) {
         std::printf("status ok\n");
     } else {
         std::printf("status error line %d: %s\n", printer.XML_GetCurrentLineNumber(),
                     XML_ErrorString(printer.XML_GetErrorCode()));
-        status = kExitFailure;
     }
-    std::fclose(file);
-    return std::fflush(stdout) == 0 ? status : kExitFailure;
+    written = std::fflush(stdout) == 0 && written;
+    return wellFormed && written ? 0 : kExitFailure;
 }

@@ -3,8 +3,14 @@
 void appendJsonString(std::string& out, const char* s, std::size_t len) {
     static const char hex[] = "0123456789abcdef";
     out += '"';
+    std::size_t plain = 0; // start of the run of characters that need no escape
     for (std::size_t i = 0; i < len; ++i) {
         const unsigned char c = static_cast<unsigned char>(s[i]);
+        if (c >= 0x20 && c != '"' && c != '\\' && c != 0x7f) {
+            continue;
+        }
+        out.append(s + plain, i - plain);
+        plain = i + 1;
         switch (c) {
         case '"':
             out += "\\\"";
@@ -28,15 +34,12 @@ void appendJsonString(std::string& out, const char* s, std::size_t len) {
             out += "\\t";
             break;
         default:
-            if (c < 0x20 || c == 0x7f) {
-                out += "\\u00";
-                out += hex[c >> 4];
-                out += hex[c & 0xf];
-            } else {
-                out += static_cast<char>(c);
-            }
+            out += "\\u00";
+            out += hex[c >> 4];
+            out += hex[c & 0xf];
         }
     }
+    out.append(s + plain, len - plain);
     out += '"';
 }
 

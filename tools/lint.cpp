@@ -14,6 +14,7 @@
 #include <velcan/velcan.h>
 
 #include "commands.h"
+#include "history/pieces.h"
 #include "history/ascii.h"
 #include "json.h"
 
@@ -202,7 +203,7 @@ std::vector<LintFinding> lintHistoryFile(const std::string& path) {
         return findings;
     }
     LintReader reader(path, findings);
-    const bool wellFormed = feedInPieces(file, reader);
+    const bool wellFormed = velcan::feedInPieces(file, reader);
     std::fclose(file);
     if (!wellFormed) {
         const XML_Error code = reader.XML_GetErrorCode();

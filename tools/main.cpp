@@ -53,7 +53,7 @@ std::string sampleFile() {
 #endif
     const size_t slash = self.find_last_of("/\\");
     if (slash != std::string::npos) {
-        const std::string installed = self.substr(0, slash + 1) + VELCAN_SAMPLE_RELATIVE;
+        std::string installed = self.substr(0, slash + 1) + VELCAN_SAMPLE_RELATIVE;
         if (FILE* file = std::fopen(installed.c_str(), "r")) {
             std::fclose(file);
             return installed;

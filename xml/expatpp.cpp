@@ -1,4 +1,4 @@
-#include "xml/expatpp.h"
+#include "velcan/xml/expatpp.h"
 
 expatpp::expatpp(bool createParser) : parser(nullptr) {
     if (!createParser) {

@@ -47,6 +47,27 @@ class Collector : public IBlockingProcessObserver {
     int capacity_;
 };
 
+// What a run gives back: its exit code and all its output.
+struct Result {
+    int code;
+    std::string output;
+};
+
+inline bool operator==(const Result& a, const Result& b) {
+    return a.code == b.code && a.output == b.output;
+}
+
+inline std::ostream& operator<<(std::ostream& out, const Result& r) {
+    return out << "{code " << r.code << ", output \"" << r.output << "\"}";
+}
+
+// Runs a command, gathering its output through a Collector of the given capacity.
+inline Result launch(const std::string& commandLine, int capacity = 4096) {
+    Collector out(capacity);
+    const int code = LaunchBlockingProcess(commandLine.c_str(), &out);
+    return {code, out.output};
+}
+
 // What a run that the runner refuses or cannot start leaves behind.
 struct NotRun {
     int code;

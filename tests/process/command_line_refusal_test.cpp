@@ -42,9 +42,8 @@ TEST(CommandLineRefusal, LineLongerThan1023CharactersIsTooBig) {
 }
 
 TEST(CommandLineRefusal, LineOf1023CharactersRuns) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess((kEcho + " " + std::string(kRest, 'x')).c_str(), &out), 0);
-    EXPECT_EQ(out.output, std::string(kRest, 'x') + "\n");
+    EXPECT_EQ(launch((kEcho + " " + std::string(kRest, 'x'))),
+              (Result{0, std::string(kRest, 'x') + "\n"}));
 }
 
 TEST(CommandLineRefusal, LengthIsCountedAfterDoublePercentsAreFolded) {

@@ -18,6 +18,7 @@
 
 #include "collector.h"
 #include "support/open_files.h"
+#include "support/other_spawns.h"
 
 extern char** environ;
 
@@ -28,9 +29,7 @@ const std::string kListDescriptors = "ls /proc/self/fd";
 const std::string kOnlyStandardDescriptors = "0\n1\n2\n3\n";
 
 TEST(Isolation, ChildGetsOnlyDescriptorsZeroOneAndTwo) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess(kListDescriptors.c_str(), &out), 0);
-    EXPECT_EQ(out.output, kOnlyStandardDescriptors);
+    EXPECT_EQ(launch(kListDescriptors), (Result{0, kOnlyStandardDescriptors}));
 }
 
 TEST(Isolation, InheritableDescriptorsOfTheCallerDoNotReachTheChild) {
@@ -136,89 +135,17 @@ TEST(Isolation, EightThreadsEachGetTheirOwnOutputAndCode) {
     EXPECT_EQ(wrong.load(), 0);
 }
 
-// The descriptors another process has open, as numbers.
-std::set<int> descriptorsOf(pid_t pid) {
-    std::set<int> fds;
-    const std::string dir = "/proc/" + std::to_string(pid) + "/fd";
-    if (DIR* d = opendir(dir.c_str())) {
-        for (const dirent* entry = readdir(d); entry != nullptr; entry = readdir(d)) {
-            if (entry->d_name[0] != '.') {
-                fds.insert(std::atoi(entry->d_name));
-            }
-        }
-        closedir(d);
-    }
-    return fds;
-}
-
-// What a descriptor of another process refers to ("pipe:[1234]", "/dev/null"), or "" when
-// it is gone.
-std::string linkOf(pid_t pid, int fd) {
-    char target[256];
-    const std::string path = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
-    const ssize_t n = readlink(path.c_str(), target, sizeof target);
-    return n > 0 ? std::string(target, static_cast<size_t>(n)) : std::string();
-}
-
-// The descriptors of this process that a child it starts would inherit.
-std::set<int> inheritableDescriptors() {
-    std::set<int> fds;
-    for (const int fd : descriptorsOf(getpid())) {
-        const int flags = fcntl(fd, F_GETFD);
-        if (flags != -1 && (flags & FD_CLOEXEC) == 0) {
-            fds.insert(fd);
-        }
-    }
-    return fds;
-}
-
 TEST(Isolation, ChildrenSpawnedByOtherCodeHoldNoDescriptorOfARun) {
     // Three threads start children with posix_spawn back to back, as other code in an
-    // application may, while this thread runs short commands. A child that holds anything
-    // beyond what this process had inheritable from the start holds a run's descriptor (and
-    // would keep that run's pipe open for as long as it lives).
-    const std::set<int> allowed = inheritableDescriptors();
-    std::atomic<bool> stop(false);
-    std::atomic<int> inspected(0);
-    std::atomic<int> holding(0);
-    std::vector<std::thread> others;
-    for (int i = 0; i < 3; ++i) {
-        others.emplace_back([&] {
-            while (!stop) {
-                char sleepArg[] = "sleep";
-                char seconds[] = "30";
-                char* argv[] = {sleepArg, seconds, nullptr};
-                pid_t pid = 0;
-                if (posix_spawnp(&pid, "sleep", nullptr, nullptr, argv, environ) != 0) {
-                    continue;
-                }
-                // posix_spawn returns once the child has run exec: a pipe or null device
-                // it holds now came from this process. (The program's own start-up may open
-                // and close files of its own meanwhile; those are neither.)
-                for (const int fd : descriptorsOf(pid)) {
-                    const std::string target = linkOf(pid, fd);
-                    const bool runs = target.compare(0, 5, "pipe:") == 0 || target == "/dev/null";
-                    if (runs && allowed.count(fd) == 0) {
-                        ++holding;
-                    }
-                }
-                ++inspected;
-                kill(pid, SIGKILL);
-                waitpid(pid, nullptr, 0);
-            }
-        });
-    }
+    // application may, while this thread runs short commands. A child holding a run's pipe
+    // would keep that run open for as long as it lives.
+    OtherSpawns others;
     for (int i = 0; i < 300; ++i) {
-        Collector out(64);
-        EXPECT_EQ(LaunchBlockingProcess("echo short", &out), 0);
-        EXPECT_EQ(out.output, "short\n");
+        EXPECT_EQ(launch("echo short", 64), (Result{0, "short\n"}));
     }
-    stop = true;
-    for (std::thread& t : others) {
-        t.join();
-    }
-    EXPECT_GT(inspected.load(), 0);
-    EXPECT_EQ(holding.load(), 0);
+    others.stop();
+    EXPECT_GT(others.spawned(), 0);
+    EXPECT_EQ(others.held(), 0);
 }
 
 TEST(Isolation, ChildrenOfRunsOnOtherThreadsHoldNoDescriptorOfAnother) {
@@ -244,9 +171,7 @@ TEST(Isolation, ChildrenOfRunsOnOtherThreadsHoldNoDescriptorOfAnother) {
     }
     const std::string shortChild = child("fds");
     for (int i = 0; i < 200; ++i) {
-        Collector out(64);
-        EXPECT_EQ(LaunchBlockingProcess(shortChild.c_str(), &out), 0);
-        EXPECT_EQ(out.output, "0 1 2\n");
+        EXPECT_EQ(launch(shortChild, 64), (Result{0, "0 1 2\n"}));
     }
     stop = true;
     for (std::thread& t : others) {
@@ -254,58 +179,6 @@ TEST(Isolation, ChildrenOfRunsOnOtherThreadsHoldNoDescriptorOfAnother) {
     }
     EXPECT_GT(longRuns.load(), 0);
     EXPECT_EQ(wrong.load(), 0);
-}
-
-TEST(Isolation, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
-    // Three threads each run a child that lives until this test ends it. Every short run
-    // here must come back while those children still live: a short run held open by one of
-    // them would only come back once it had ended.
-    std::atomic<int> longDone(0);
-    std::mutex mutex;
-    std::vector<pid_t> longPids;
-    struct PidCollector : Collector {
-        std::mutex* mutex = nullptr;
-        std::vector<pid_t>* pids = nullptr;
-        void onPiece() override {
-            if (output.find('\n') != std::string::npos && pid == 0) {
-                pid = std::atoi(output.c_str());
-                std::lock_guard<std::mutex> lock(*mutex);
-                pids->push_back(pid);
-            }
-        }
-        pid_t pid = 0;
-    };
-    std::vector<std::thread> others;
-    for (int i = 0; i < 3; ++i) {
-        others.emplace_back([&] {
-            PidCollector out;
-            out.mutex = &mutex;
-            out.pids = &longPids;
-            LaunchBlockingProcess(child("pid sleep 600000").c_str(), &out);
-            ++longDone;
-        });
-    }
-    for (;;) {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            if (longPids.size() == 3) {
-                break;
-            }
-        }
-        std::this_thread::yield();
-    }
-    for (int i = 0; i < 100; ++i) {
-        Collector out(64);
-        EXPECT_EQ(LaunchBlockingProcess("echo short", &out), 0);
-    }
-    EXPECT_EQ(longDone.load(), 0);
-    for (const pid_t pid : longPids) {
-        killProcess(pid);
-    }
-    for (std::thread& t : others) {
-        t.join();
-    }
-    EXPECT_EQ(longDone.load(), 3);
 }
 
 } // namespace

@@ -2,8 +2,13 @@
 // is the test helper program (helpers/child.cpp).
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
+#include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -19,17 +24,12 @@ TEST(Runner, OutputArrivesExactlyWithNulAfterEachPieceAndTheExitCodeIsReturned) 
 }
 
 TEST(Runner, StandardErrorArrivesInTheSameSequenceAsStandardOutput) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess(
-                  child("out 1\\n sleep 50 err 2\\n sleep 50 out 3\\n err 4\\n").c_str(), &out),
-              0);
-    EXPECT_EQ(out.output, "1\n2\n3\n4\n");
+    EXPECT_EQ(launch(child("out 1\\n sleep 50 err 2\\n sleep 50 out 3\\n err 4\\n")),
+              (Result{0, "1\n2\n3\n4\n"}));
 }
 
 TEST(Runner, ChildReadingStandardInputSeesTheEndAtOnce) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess(child("stdin out done").c_str(), &out), 0);
-    EXPECT_EQ(out.output, "stdin: 0 bytes\ndone");
+    EXPECT_EQ(launch(child("stdin out done")), (Result{0, "stdin: 0 bytes\ndone"}));
 }
 
 TEST(Runner, ProgramThatCannotBeFoundReturns127AndReceivesNothing) {
@@ -131,15 +131,11 @@ TEST(Runner, ObserverCanGatherIntoOneBufferByHandingOutItsTail) {
 }
 
 TEST(Runner, DoublePercentRunsAsOnePercent) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess(child("args 50%% %%d %%%%").c_str(), &out), 0);
-    EXPECT_EQ(out.output, "[50%][%d][%%]");
+    EXPECT_EQ(launch(child("args 50%% %%d %%%%")), (Result{0, "[50%][%d][%%]"}));
 }
 
 TEST(Runner, DoubleQuotesKeepSpacesInsideAWord) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess(child("args \"a  b\" c").c_str(), &out), 0);
-    EXPECT_EQ(out.output, "[a  b][c]");
+    EXPECT_EQ(launch(child("args \"a  b\" c")), (Result{0, "[a  b][c]"}));
 }
 
 TEST(Runner, LargeOutputArrivesWhole) {
@@ -147,6 +143,54 @@ TEST(Runner, LargeOutputArrivesWhole) {
     EXPECT_EQ(LaunchBlockingProcess(child("zeros 3000000").c_str(), &out), 0);
     EXPECT_EQ(out.output, std::string(3000000, '\0'));
     EXPECT_TRUE(out.nulAfterEveryPiece);
+}
+
+// A child started while another call's inheritable copies exist would inherit them and hold
+// that call's output open until it ended. So every short run here must come back while the
+// long children of three other threads still live.
+TEST(Runner, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
+    std::mutex mutex;
+    std::vector<long> longPids;
+    std::atomic<int> longDone(0);
+    // Records the process id the long child prints first.
+    struct PidCollector : Collector {
+        std::mutex* mutex = nullptr;
+        std::vector<long>* pids = nullptr;
+        bool told = false;
+        void onPiece() override {
+            if (!told && output.find('\n') != std::string::npos) {
+                told = true;
+                std::lock_guard<std::mutex> lock(*mutex);
+                pids->push_back(std::atol(output.c_str()));
+            }
+        }
+    };
+    std::vector<std::thread> longRuns;
+    for (int t = 0; t < 3; ++t) {
+        longRuns.emplace_back([&] {
+            PidCollector out;
+            out.mutex = &mutex;
+            out.pids = &longPids;
+            LaunchBlockingProcess(child("pid sleep 600000").c_str(), &out);
+            ++longDone;
+        });
+    }
+    for (bool started = false; !started; std::this_thread::yield()) {
+        std::lock_guard<std::mutex> lock(mutex);
+        started = longPids.size() == 3;
+    }
+    for (int i = 0; i < 30; ++i) {
+        EXPECT_EQ(launch(child("out short")), (Result{0, "short"}));
+    }
+    // Had a long child held a short run open, that run would have ended only with it.
+    EXPECT_EQ(longDone.load(), 0);
+    for (const long pid : longPids) {
+        killProcess(pid);
+    }
+    for (std::thread& thread : longRuns) {
+        thread.join();
+    }
+    EXPECT_EQ(longDone.load(), 3);
 }
 
 } // namespace

@@ -34,9 +34,7 @@ TEST(Runner, DirectoryAsProgramReturns127WithAccessDenied) {
 TEST(Runner, ProgramGivenByPathRuns) {
     TempFile script("#!/bin/sh\necho \"ran $1\"\n");
     chmod(script.path(), 0700);
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess((std::string(script.path()) + " well").c_str(), &out), 0);
-    EXPECT_EQ(out.output, "ran well\n");
+    EXPECT_EQ(launch((std::string(script.path()) + " well")), (Result{0, "ran well\n"}));
 }
 
 TEST(Runner, ChildEndedByASignalGives128PlusTheSignal) {
@@ -66,9 +64,7 @@ TEST(Runner, NullObserverLeavesAWriterBiggerThanThePipeBlockedUntilKilled) {
 }
 
 TEST(Runner, QuotesKeepSpacesInsideAWord) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess("printf [%%s]  \"a  b\" 'c \"d\"' e", &out), 0);
-    EXPECT_EQ(out.output, "[a  b][c \"d\"][e]");
+    EXPECT_EQ(launch("printf [%%s]  \"a  b\" 'c \"d\"' e"), (Result{0, "[a  b][c \"d\"][e]"}));
 }
 
 TEST(Runner, EnvironmentIsInherited) {
@@ -80,9 +76,7 @@ TEST(Runner, EnvironmentIsInherited) {
 }
 
 TEST(Runner, GrandchildHoldingTheOutputOpenKeepsTheReadingGoingUntilItEnds) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess(shell("(sleep 0.3; echo late) & echo early").c_str(), &out), 0);
-    EXPECT_EQ(out.output, "early\nlate\n");
+    EXPECT_EQ(launch(shell("(sleep 0.3; echo late) & echo early")), (Result{0, "early\nlate\n"}));
 }
 
 TEST(Runner, ChildIsReapedByTheTimeTheCallReturns) {

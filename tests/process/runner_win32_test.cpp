@@ -17,15 +17,11 @@
 namespace {
 
 TEST(WindowsRunner, StandardInputIsTheNullDevice) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess(child("stdin-kind").c_str(), &out), 0);
-    EXPECT_EQ(out.output, "character device\n");
+    EXPECT_EQ(launch(child("stdin-kind")), (Result{0, "character device\n"}));
 }
 
 TEST(WindowsRunner, ChildIsAskedToHideItsWindow) {
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess(child("startup").c_str(), &out), 0);
-    EXPECT_EQ(out.output, "STARTF_USESHOWWINDOW SW_HIDE\n");
+    EXPECT_EQ(launch(child("startup")), (Result{0, "STARTF_USESHOWWINDOW SW_HIDE\n"}));
 }
 
 TEST(WindowsRunner, ProgramPathThatDoesNotExistReturns127AndReceivesNothing) {
@@ -66,60 +62,6 @@ TEST(WindowsRunner, EnvironmentIsInherited) {
     EXPECT_EQ(LaunchBlockingProcess("cmd /c echo %%VELCAN_TEST_INHERITED%%", &out), 0);
     SetEnvironmentVariableA("VELCAN_TEST_INHERITED", nullptr);
     EXPECT_EQ(out.output, "from the caller\r\n");
-}
-
-// A child started while another call's inheritable pipe copies exist would inherit them and
-// hold that call's output open until it ends. The library's own spawns take turns, so short
-// runs beside long ones end while the long children still run.
-TEST(WindowsRunner, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
-    std::mutex mutex;
-    std::vector<long> longPids;
-    std::atomic<int> longDone(0);
-    struct PidCollector : Collector {
-        std::mutex* mutex = nullptr;
-        std::vector<long>* pids = nullptr;
-        bool told = false;
-        void onPiece() override {
-            if (!told && output.find('\n') != std::string::npos) {
-                told = true;
-                std::lock_guard<std::mutex> lock(*mutex);
-                pids->push_back(std::atol(output.c_str()));
-            }
-        }
-    };
-    std::vector<std::thread> longRuns;
-    for (int t = 0; t < 3; ++t) {
-        longRuns.emplace_back([&] {
-            PidCollector out;
-            out.mutex = &mutex;
-            out.pids = &longPids;
-            LaunchBlockingProcess(child("pid sleep 600000").c_str(), &out);
-            ++longDone;
-        });
-    }
-    for (;;) {
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            if (longPids.size() == 3) {
-                break;
-            }
-        }
-        std::this_thread::yield();
-    }
-    for (int i = 0; i < 30; ++i) {
-        Collector out;
-        EXPECT_EQ(LaunchBlockingProcess(child("out short").c_str(), &out), 0);
-        EXPECT_EQ(out.output, "short");
-    }
-    // Had a long child held a short run open, that run would have ended only with it.
-    EXPECT_EQ(longDone.load(), 0);
-    for (const long pid : longPids) {
-        killProcess(pid);
-    }
-    for (std::thread& thread : longRuns) {
-        thread.join();
-    }
-    EXPECT_EQ(longDone.load(), 3);
 }
 
 } // namespace

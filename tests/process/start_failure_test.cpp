@@ -89,9 +89,7 @@ TEST(StartFailure, EnvironmentTooBigForTheProgramGives127WithArgumentListTooLong
 
 TEST(StartFailure, FileWithoutInterpreterLineThatIsNotABinaryRunsThroughTheShell) {
     Script script("echo \"ran by the shell $1\"\nexit 5\n");
-    Collector out;
-    EXPECT_EQ(LaunchBlockingProcess((script.path() + " too").c_str(), &out), 5);
-    EXPECT_EQ(out.output, "ran by the shell too\n");
+    EXPECT_EQ(launch((script.path() + " too")), (Result{5, "ran by the shell too\n"}));
 }
 
 TEST(StartFailure, ProgramRemovedAndPutBackWhileRunsStartEitherRunsOrGives127WithNoSuchFile) {

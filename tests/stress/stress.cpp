@@ -22,8 +22,7 @@
 #include <vector>
 
 #include "process/collector.h"
-
-extern char** environ;
+#include "support/other_spawns.h"
 
 namespace {
 
@@ -70,59 +69,6 @@ long residentKiB() {
 }
 
 std::atomic<int> failures(0);
-
-// Descriptor numbers of a process, from /proc.
-std::set<int> descriptorsOf(pid_t pid) {
-    std::set<int> fds;
-    const std::string path = "/proc/" + std::to_string(pid) + "/fd";
-    if (DIR* dir = opendir(path.c_str())) {
-        while (const dirent* entry = readdir(dir)) {
-            if (entry->d_name[0] != '.') {
-                fds.insert(std::atoi(entry->d_name));
-            }
-        }
-        closedir(dir);
-    }
-    return fds;
-}
-
-// This process's descriptors that a child would inherit.
-std::set<int> inheritableDescriptors() {
-    std::set<int> fds;
-    for (const int fd : descriptorsOf(getpid())) {
-        const int flags = fcntl(fd, F_GETFD);
-        if (flags != -1 && (flags & FD_CLOEXEC) == 0) {
-            fds.insert(fd);
-        }
-    }
-    return fds;
-}
-
-// The pipes and null devices a child of other code holds beyond what this process lets
-// every child inherit: each is a run's, inherited while the run was starting.
-int runDescriptorsHeldBy(pid_t pid, const std::set<int>& allowed) {
-    int held = 0;
-    for (const int fd : descriptorsOf(pid)) {
-        char target[64];
-        const std::string link = "/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd);
-        const ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
-        const std::string to(target, n > 0 ? static_cast<size_t>(n) : 0);
-        if ((to.compare(0, 5, "pipe:") == 0 || to == "/dev/null") && allowed.count(fd) == 0) {
-            ++held;
-        }
-    }
-    return held;
-}
-
-// A child started the way other code in an application may: posix_spawn, which returns
-// once the child has run exec.
-pid_t spawnSleeper() {
-    char name[] = "sleep";
-    char seconds[] = "1";
-    char* argv[] = {name, seconds, nullptr};
-    pid_t pid = 0;
-    return posix_spawnp(&pid, "sleep", nullptr, nullptr, argv, environ) == 0 ? pid : -1;
-}
 
 void runOne(const std::string& tag, int code) {
     Collector out(256);
@@ -233,34 +179,13 @@ int main(int argc, char** argv) {
     {
         // A run's pipe or null device found in another program's child is a run that child
         // holds open until it ends.
-        const std::set<int> allowed = inheritableDescriptors();
-        std::atomic<bool> stop(false);
-        std::atomic<long> spawned(0);
-        std::atomic<long> holding(0);
-        std::vector<std::thread> spawners;
-        for (int i = 0; i < 3; ++i) {
-            spawners.emplace_back([&] {
-                while (!stop) {
-                    const pid_t pid = spawnSleeper();
-                    if (pid <= 0) {
-                        continue;
-                    }
-                    holding += runDescriptorsHeldBy(pid, allowed);
-                    ++spawned;
-                    kill(pid, SIGKILL);
-                    waitpid(pid, nullptr, 0);
-                }
-            });
-        }
+        OtherSpawns others;
         const double longest = longestShortRun(sequential);
-        stop = true;
-        for (std::thread& th : spawners) {
-            th.join();
-        }
+        others.stop();
         std::printf("  %ld children spawned beside them; run descriptors they held: %ld\n",
-                    spawned.load(), holding.load());
+                    others.spawned(), others.held());
         std::printf("  longest short run %.3f s (for information)\n", longest);
-        ok = ok && holding == 0;
+        ok = ok && others.held() == 0;
     }
 
     std::printf("wrong outputs or exit codes: %d\n", failures.load());

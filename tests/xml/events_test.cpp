@@ -49,8 +49,8 @@ TEST_P(Events, PredefinedEntitiesAndCharacterReferencesArriveAsCharacterData) {
 
 TEST_P(Events, CdataSectionTextArrivesAsCharacterDataAndItsMarkersAsDefaultText) {
     parse("<t><![CDATA[a<b&c]]></t>");
-    EXPECT_THAT(reader.events, ElementsAre("start t", "default <![CDATA[", "chars a<b&c",
-                                           "default ]]>", "end t"));
+    EXPECT_THAT(reader.events,
+                ElementsAre("start t", "default <![CDATA[", "chars a<b&c", "default ]]>", "end t"));
 }
 
 TEST_P(Events, ProcessingInstructionArrivesWithTargetAndData) {
@@ -89,9 +89,8 @@ TEST_P(Events, NotationDeclarationArrives) {
 
 TEST_P(Events, NamespaceDeclarationsArriveAsPlainAttributesAndPrefixedNamesWhole) {
     parse("<v:root xmlns:v=\"urn:velcan\" xmlns=\"urn:d\"><v:item/></v:root>");
-    EXPECT_THAT(reader.events,
-                ElementsAre("start v:root xmlns:v=urn:velcan xmlns=urn:d", "start v:item",
-                            "end v:item", "end v:root"));
+    EXPECT_THAT(reader.events, ElementsAre("start v:root xmlns:v=urn:velcan xmlns=urn:d",
+                                           "start v:item", "end v:item", "end v:root"));
 }
 
 TEST_P(Events, MultiByteCharactersSplitAcrossPiecesArriveWhole) {
@@ -103,8 +102,9 @@ TEST_P(Events, MultiByteCharactersSplitAcrossPiecesArriveWhole) {
 
 TEST_P(Events, Latin1DocumentTextArrivesAsUtf8) {
     parse("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><t a=\"\xe9\">caf\xe9</t>");
-    EXPECT_THAT(reader.events, ElementsAre("default <?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>",
-                                           "start t a=\xc3\xa9", "chars caf\xc3\xa9", "end t"));
+    EXPECT_THAT(reader.events,
+                ElementsAre("default <?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>",
+                            "start t a=\xc3\xa9", "chars caf\xc3\xa9", "end t"));
 }
 
 TEST_P(Events, NotStandaloneDocumentIsRejectedByDefault) {
@@ -136,9 +136,9 @@ TEST_P(Events, MismatchedTagFailsWithExpatsErrorAndLine) {
 }
 
 INSTANTIATE_TEST_SUITE_P(PieceSizes, Events, ::testing::Values(1, 2, 3, 5, 1024, 0),
-                         [](const ::testing::TestParamInfo<std::size_t>& info) {
-                             return info.param == 0 ? std::string("Whole")
-                                                    : "Pieces" + std::to_string(info.param);
+                         [](const ::testing::TestParamInfo<std::size_t>& piece) {
+                             return piece.param == 0 ? std::string("Whole")
+                                                     : "Pieces" + std::to_string(piece.param);
                          });
 
 } // namespace

@@ -1,4 +1,4 @@
-// The runner on POSIX systems.
+// The runner on Linux: close_range, getdents64 on /proc/self/fd, pipe2 and fork with exec.
 #include "process/platform.h"
 
 #include <cerrno>

@@ -1,0 +1,6 @@
+// The library's internal headers are not on an application's include path.
+#include "process/platform.h"
+
+int main() {
+    return 0;
+}
