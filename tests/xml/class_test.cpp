@@ -110,8 +110,8 @@ TEST(ExpatppClass, StaticCallbacksRouteToTheObjectsEvents) {
     expatpp::endNamespaceCallback(&reader, "p");
     EXPECT_EQ(reader.events,
               (std::vector<std::string>{"start e k=v", "chars te", "end e", "pi t d", "default dfl",
-                                        "unparsed n b s p no", "notation no b s p",
-                                        "start-ns p u", "end-ns p"}));
+                                        "unparsed n b s p no", "notation no b s p", "start-ns p u",
+                                        "end-ns p"}));
 }
 
 TEST(ExpatppClass, NotStandaloneCallbackReturnsTheEventsAnswer) {

@@ -14,6 +14,18 @@ class Events : public ::testing::TestWithParam<std::size_t> {
     Recorder reader;
 
     void parse(const std::string& doc) { ASSERT_NE(reader.feed(doc, GetParam()), 0); }
+
+    // The document's events are exactly these, in this order.
+    void expectEvents(const std::string& doc, const std::vector<std::string>& events) {
+        parse(doc);
+        EXPECT_EQ(reader.events, events);
+    }
+
+    // The text inside one element arrives whole: its character data, joined, is the text.
+    void expectTextArrivesWhole(const std::string& text) {
+        parse("<t>" + text + "</t>");
+        EXPECT_THAT(reader.events, ElementsAre("start t", "chars " + text, "end t"));
+    }
 };
 
 TEST_P(Events, ElementsArriveWithTheirAttributesInOrder) {
@@ -23,9 +35,7 @@ TEST_P(Events, ElementsArriveWithTheirAttributesInOrder) {
 }
 
 TEST_P(Events, CharacterDataJoinedIsTheWholeText) {
-    const std::string text = "The quick brown fox jumps over the lazy dog, twice over.";
-    parse("<t>" + text + "</t>");
-    EXPECT_THAT(reader.events, ElementsAre("start t", "chars " + text, "end t"));
+    expectTextArrivesWhole("The quick brown fox jumps over the lazy dog, twice over.");
 }
 
 TEST_P(Events, CharacterDataIsSplitAcrossCallsWhenThePiecesAreSmall) {
@@ -38,8 +48,7 @@ TEST_P(Events, CharacterDataIsSplitAcrossCallsWhenThePiecesAreSmall) {
 }
 
 TEST_P(Events, LineBreaksArriveAsLineFeedsInTheirOwnCalls) {
-    parse("<t>one\r\ntwo\rthree\n</t>");
-    EXPECT_THAT(reader.events, ElementsAre("start t", "chars one\ntwo\nthree\n", "end t"));
+    expectEvents("<t>one\r\ntwo\rthree\n</t>", {"start t", "chars one\ntwo\nthree\n", "end t"});
 }
 
 TEST_P(Events, PredefinedEntitiesAndCharacterReferencesArriveAsCharacterData) {
@@ -48,20 +57,18 @@ TEST_P(Events, PredefinedEntitiesAndCharacterReferencesArriveAsCharacterData) {
 }
 
 TEST_P(Events, CdataSectionTextArrivesAsCharacterDataAndItsMarkersAsDefaultText) {
-    parse("<t><![CDATA[a<b&c]]></t>");
-    EXPECT_THAT(reader.events,
-                ElementsAre("start t", "default <![CDATA[", "chars a<b&c", "default ]]>", "end t"));
+    expectEvents("<t><![CDATA[a<b&c]]></t>",
+                 {"start t", "default <![CDATA[", "chars a<b&c", "default ]]>", "end t"});
 }
 
 TEST_P(Events, ProcessingInstructionArrivesWithTargetAndData) {
-    parse("<?xml version=\"1.0\"?><?app-setting colour=\"red\"?><t/>");
-    EXPECT_THAT(reader.events, ElementsAre("default <?xml version=\"1.0\"?>",
-                                           "pi app-setting colour=\"red\"", "start t", "end t"));
+    expectEvents(
+        "<?xml version=\"1.0\"?><?app-setting colour=\"red\"?><t/>",
+        {"default <?xml version=\"1.0\"?>", "pi app-setting colour=\"red\"", "start t", "end t"});
 }
 
 TEST_P(Events, CommentsReachTheDefaultHandler) {
-    parse("<t><!-- a note --></t>");
-    EXPECT_THAT(reader.events, ElementsAre("start t", "default <!-- a note -->", "end t"));
+    expectEvents("<t><!-- a note --></t>", {"start t", "default <!-- a note -->", "end t"});
 }
 
 TEST_P(Events, InternalEntityReferenceReachesTheDefaultHandlerUnexpanded) {
@@ -88,23 +95,20 @@ TEST_P(Events, NotationDeclarationArrives) {
 }
 
 TEST_P(Events, NamespaceDeclarationsArriveAsPlainAttributesAndPrefixedNamesWhole) {
-    parse("<v:root xmlns:v=\"urn:velcan\" xmlns=\"urn:d\"><v:item/></v:root>");
-    EXPECT_THAT(reader.events, ElementsAre("start v:root xmlns:v=urn:velcan xmlns=urn:d",
-                                           "start v:item", "end v:item", "end v:root"));
+    expectEvents("<v:root xmlns:v=\"urn:velcan\" xmlns=\"urn:d\"><v:item/></v:root>",
+                 {"start v:root xmlns:v=urn:velcan xmlns=urn:d", "start v:item", "end v:item",
+                  "end v:root"});
 }
 
 TEST_P(Events, MultiByteCharactersSplitAcrossPiecesArriveWhole) {
     // Two-, three- and four-byte UTF-8 characters, so every small piece size cuts some.
-    const std::string text = "\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xc3\xa9\xe2\x82\xac";
-    parse("<t>" + text + "</t>");
-    EXPECT_THAT(reader.events, ElementsAre("start t", "chars " + text, "end t"));
+    expectTextArrivesWhole("\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xc3\xa9\xe2\x82\xac");
 }
 
 TEST_P(Events, Latin1DocumentTextArrivesAsUtf8) {
-    parse("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><t a=\"\xe9\">caf\xe9</t>");
-    EXPECT_THAT(reader.events,
-                ElementsAre("default <?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>",
-                            "start t a=\xc3\xa9", "chars caf\xc3\xa9", "end t"));
+    expectEvents("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?><t a=\"\xe9\">caf\xe9</t>",
+                 {"default <?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>", "start t a=\xc3\xa9",
+                  "chars caf\xc3\xa9", "end t"});
 }
 
 TEST_P(Events, NotStandaloneDocumentIsRejectedByDefault) {

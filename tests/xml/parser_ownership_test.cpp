@@ -23,7 +23,9 @@ extern "C" void XMLCALL XML_ParserFree(XML_Parser parser) {
 
 namespace {
 
-void* handleOf(const expatpp& reader) { return static_cast<void*>(reader); }
+void* handleOf(const expatpp& reader) {
+    return static_cast<void*>(reader);
+}
 
 class ParserOwnership : public ::testing::Test {
   protected:

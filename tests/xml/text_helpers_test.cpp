@@ -1,4 +1,6 @@
 // The two text helpers: emptyCharData's narrow blank test and skipWhiteSpace.
+#include <string>
+
 #include <gtest/gtest.h>
 
 #include <velcan/velcan.h>
@@ -10,24 +12,44 @@ bool blank(const char* s, int len) {
     return reader.emptyCharData(s, len);
 }
 
-TEST(EmptyCharData, LengthZeroIsBlank) { EXPECT_TRUE(blank("x", 0)); }
-TEST(EmptyCharData, LoneLineFeedIsBlank) { EXPECT_TRUE(blank("\n", 1)); }
-TEST(EmptyCharData, LoneCarriageReturnIsBlank) { EXPECT_TRUE(blank("\r", 1)); }
-TEST(EmptyCharData, CarriageReturnLineFeedIsBlank) { EXPECT_TRUE(blank("\r\n", 2)); }
-TEST(EmptyCharData, OneSpaceIsBlank) { EXPECT_TRUE(blank(" ", 1)); }
-TEST(EmptyCharData, ThreeSpacesAreBlank) { EXPECT_TRUE(blank("   ", 3)); }
-TEST(EmptyCharData, LoneTabIsNotBlank) { EXPECT_FALSE(blank("\t", 1)); }
-TEST(EmptyCharData, TwoSpacesThenLineFeedAreNotBlank) { EXPECT_FALSE(blank("  \n", 3)); }
-TEST(EmptyCharData, TwoLineFeedsAreNotBlank) { EXPECT_FALSE(blank("\n\n", 2)); }
-TEST(EmptyCharData, LetterBetweenSpacesIsNotBlank) { EXPECT_FALSE(blank(" a ", 3)); }
-TEST(EmptyCharData, LineFeedThenCarriageReturnIsNotBlank) { EXPECT_FALSE(blank("\n\r", 2)); }
-TEST(EmptyCharData, OneLetterIsNotBlank) { EXPECT_FALSE(blank("a", 1)); }
-TEST(EmptyCharData, LooksOnlyAtTheFirstLenBytes) { EXPECT_TRUE(blank("  x", 2)); }
+// One case of the blank test: the bytes, how many of them to look at, and the verdict.
+struct BlankCase {
+    const char* name;
+    const char* text;
+    int len;
+    bool blank;
+};
+
+class EmptyCharData : public ::testing::TestWithParam<BlankCase> {};
+
+TEST_P(EmptyCharData, Says) {
+    EXPECT_EQ(blank(GetParam().text, GetParam().len), GetParam().blank);
+}
+
+// Each case is a test of its own, named for the behaviour.
+INSTANTIATE_TEST_SUITE_P(
+    Cases, EmptyCharData,
+    ::testing::Values(BlankCase{"LengthZeroIsBlank", "x", 0, true},
+                      BlankCase{"LoneLineFeedIsBlank", "\n", 1, true},
+                      BlankCase{"LoneCarriageReturnIsBlank", "\r", 1, true},
+                      BlankCase{"CarriageReturnLineFeedIsBlank", "\r\n", 2, true},
+                      BlankCase{"OneSpaceIsBlank", " ", 1, true},
+                      BlankCase{"ThreeSpacesAreBlank", "   ", 3, true},
+                      BlankCase{"LoneTabIsNotBlank", "\t", 1, false},
+                      BlankCase{"TwoSpacesThenLineFeedAreNotBlank", "  \n", 3, false},
+                      BlankCase{"TwoLineFeedsAreNotBlank", "\n\n", 2, false},
+                      BlankCase{"LetterBetweenSpacesIsNotBlank", " a ", 3, false},
+                      BlankCase{"LineFeedThenCarriageReturnIsNotBlank", "\n\r", 2, false},
+                      BlankCase{"OneLetterIsNotBlank", "a", 1, false},
+                      BlankCase{"LooksOnlyAtTheFirstLenBytes", "  x", 2, true}),
+    [](const ::testing::TestParamInfo<BlankCase>& c) { return std::string(c.param.name); });
 
 TEST(SkipWhiteSpace, CountsSpaceTabCarriageReturnLineFeedBeforeALetter) {
     EXPECT_EQ(expatpp::skipWhiteSpace(" \t\r\nx"), 4);
 }
-TEST(SkipWhiteSpace, EmptyTextGivesZero) { EXPECT_EQ(expatpp::skipWhiteSpace(""), 0); }
+TEST(SkipWhiteSpace, EmptyTextGivesZero) {
+    EXPECT_EQ(expatpp::skipWhiteSpace(""), 0);
+}
 TEST(SkipWhiteSpace, TextOfOnlyBlanksGivesItsFullLength) {
     EXPECT_EQ(expatpp::skipWhiteSpace("\n\r\t  \t"), 6);
 }
