@@ -1,4 +1,5 @@
 // The two text helpers: emptyCharData's narrow blank test and skipWhiteSpace.
+#include <ostream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -19,6 +20,10 @@ struct BlankCase {
     int len;
     bool blank;
 };
+
+// Prints a case by its name; without this GoogleTest would dump the struct's bytes, padding
+// included.
+void PrintTo(const BlankCase& c, std::ostream* out) { *out << c.name; }
 
 class EmptyCharData : public ::testing::TestWithParam<BlankCase> {};
 
