@@ -37,6 +37,14 @@ int relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
     }
 }
 
+// Closes a handle of the runner's own, once; a failure is kept for errno.
+void closeOwn(ACE_HANDLE* handle, int* error) {
+    if (int failure = velcan::platform::closeHandle(*handle)) {
+        *error = failure;
+    }
+    *handle = ACE_INVALID_HANDLE;
+}
+
 } // namespace
 
 int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* observer) {
@@ -58,40 +66,43 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
         return kNotRun;
     }
     const ACE_HANDLE readEnd = pipe[0];
+    ACE_HANDLE writeEnd = pipe[1];
     int startError = 0;
     {
         platform::ChildProcess process;
-        {
-            std::unique_ptr<ACE_Process_Options> options(new ACE_Process_Options(
-                true, velcan::kCommandLineBuffer, velcan::kEnvironmentBuffer,
-                velcan::kEnvironmentEntries, velcan::kArgumentSlots));
+        std::unique_ptr<ACE_Process_Options> options(
+            new ACE_Process_Options(true, velcan::kCommandLineBuffer, velcan::kEnvironmentBuffer,
+                                    velcan::kEnvironmentEntries, velcan::kArgumentSlots));
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #endif
-            // A format with no arguments; it holds no directive but "%%" (checked above).
-            options->command_line(commandLine);
+        // A format with no arguments; it holds no directive but "%%" (checked above).
+        options->command_line(commandLine);
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
-            ACE_HANDLE nullDevice = ACE_INVALID_HANDLE;
-            startError = platform::openNullDevice(&nullDevice);
-            if (startError == 0) {
-                startError = platform::startChild(process, *options, nullDevice, pipe[1]);
-            }
-            // From here only the child holds the write end, so the end of output can be
-            // seen; the options' copies go with the options.
-            for (const ACE_HANDLE own : {nullDevice, pipe[1]}) {
-                if (int failure = platform::closeHandle(own)) {
-                    error = failure;
-                }
-            }
+        ACE_HANDLE nullDevice = ACE_INVALID_HANDLE;
+        startError = platform::openNullDevice(&nullDevice);
+        if (startError == 0) {
+            startError = platform::startChild(process, *options, nullDevice, writeEnd);
         }
+        // From here only the child holds the write end, so the end of its output can be seen.
+        closeOwn(&writeEnd, &error);
+        // The options (whose copies of the handles, if any, were made for the child and are
+        // gone with it) and the null device are released once the child has run the program
+        // or ended: until then this process's writes to memory it still shares with the
+        // child would be copied on the child's way to its exec.
+        const auto releaseStartHandles = [&] {
+            options.reset();
+            closeOwn(&nullDevice, &error);
+        };
         if (startError == 0) {
             if (observer != nullptr) {
                 // Before the first GetOutputBuffer: a child that could not start gets none.
                 startError = platform::startOutcome(process, readEnd);
+                releaseStartHandles();
                 if (startError == 0) {
                     if (int failure = relayOutput(readEnd, observer)) {
                         error = failure;
@@ -100,6 +111,7 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
             }
             int exitCode = 0;
             const int waitError = platform::waitForExit(process, &exitCode);
+            releaseStartHandles();
             if (startError == 0) {
                 // With no observer, asked once the child has ended.
                 startError = platform::startOutcome(process, ACE_INVALID_HANDLE);
@@ -112,10 +124,9 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
                 }
             }
         }
+        releaseStartHandles();
     }
-    if (int failure = platform::closeHandle(readEnd)) {
-        error = failure;
-    }
+    closeOwn(&pipe[0], &error);
     errno = startError != 0 ? startError : error;
     return result;
 }

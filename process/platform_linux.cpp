@@ -1,8 +1,10 @@
-// The runner on Linux: close_range, getdents64 on /proc/self/fd, pipe2 and fork with exec.
+// The runner on Linux: close_range, getdents64 on /proc/self/fd, pipe2, eventfd and fork
+// with exec.
 #include "process/platform.h"
 
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -11,6 +13,7 @@
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -68,10 +71,11 @@ void markOpenDescriptorsCloseOnExec() {
 
 // In the child: tells the parent why the program could not be started, and ends.
 [[noreturn]] void failStart(int status, int error) {
-    // The parent reads exactly this many bytes; a pipe write this small is atomic.
+    // Never 0, which would leave the counter as a started program leaves it.
+    const uint64_t reason = error != 0 ? static_cast<uint64_t>(error) : ENOEXEC;
     ssize_t written;
     do {
-        written = write(status, &error, sizeof error);
+        written = write(status, &reason, sizeof reason);
     } while (written < 0 && errno == EINTR);
     _exit(127);
 }
@@ -81,37 +85,31 @@ void markOpenDescriptorsCloseOnExec() {
 void ChildProcess::child(pid_t) {
     // Runs in the new child, which has one thread whatever the caller has: only
     // async-signal-safe calls from here to the exec. The program is run here, not by ACE, so
-    // that a failure to start it reaches the parent through the status pipe as its errno.
+    // that a failure to start it reaches the parent through the status counter as its errno.
 
-    // The child keeps 0, 1 and 2 and nothing else of the caller's. The cost follows the
-    // descriptors open, not the open-file limit.
-    if (close_range(3, ~0U, CLOSE_RANGE_CLOEXEC) != 0) {
-        markOpenDescriptorsCloseOnExec();
-    }
-    // The options' copies go to the lowest free descriptors: fill any of 0, 1 and 2 that the
-    // caller has closed, so that none lands there (lower ones first, so each lands in place).
-    for (int fd = 0; fd < 3; ++fd) {
-        if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDONLY) != fd) {
-            failStart(status, errno);
-        }
-    }
     // The options' copies exist only here, in a child that has no other thread, so no other
-    // process can inherit them.
+    // process can inherit them. Each lands on the lowest free descriptor, so the copies are
+    // in rising order and none sits below its own place: moving them into 0, 1 and 2 in
+    // that order never overwrites one still to be moved, even where the caller had some of
+    // 0, 1 and 2 closed.
     options->set_handles(input, output, output);
     const ACE_HANDLE copies[3] = {options->get_stdin(), options->get_stdout(),
                                   options->get_stderr()};
     for (int fd = 0; fd < 3; ++fd) {
-        if (copies[fd] == ACE_INVALID_HANDLE) {
+        if (copies[fd] == ACE_INVALID_HANDLE || dup2(copies[fd], fd) != fd) {
             failStart(status, errno);
         }
     }
-    for (int fd = 0; fd < 3; ++fd) {
-        if (dup2(copies[fd], fd) != fd) {
-            failStart(status, errno);
+    // The child keeps 0, 1 and 2 and nothing else: the caller's descriptors and the copies
+    // left above 2 close at the exec. The cost follows the descriptors open, not the
+    // open-file limit.
+    if (close_range(3, ~0U, CLOSE_RANGE_CLOEXEC) != 0) {
+        for (const ACE_HANDLE copy : copies) {
+            if (copy > 2) {
+                close(copy);
+            }
         }
-    }
-    for (const ACE_HANDLE copy : copies) {
-        close(copy);
+        markOpenDescriptorsCloseOnExec();
     }
     // The one lookup of the program: on PATH, or as a path when it holds a slash. What it
     // meets (ENOENT, EACCES, ELOOP, a missing "#!" interpreter, ...) is what the parent
@@ -144,16 +142,16 @@ int openNullDevice(ACE_HANDLE* handle) {
 
 int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE input,
                ACE_HANDLE output) {
-    // The child writes its errno here when it cannot run the program; a successful exec
-    // closes the write end, so the parent reads the end of the pipe.
-    ACE_HANDLE status[2];
-    if (int failure = createPipe(status)) {
-        return failure;
+    // The child adds its errno here when it cannot run the program; a program that runs
+    // leaves it at 0. A counter rather than a pipe: one descriptor, nothing to close in
+    // this process while the child makes its way to the exec.
+    process.status = aboveStandardHandles(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (process.status == ACE_INVALID_HANDLE) {
+        return errno;
     }
     process.options = &options;
     process.input = input;
     process.output = output;
-    process.status = status[1];
     // Worked out here: the child must not allocate.
     process.argv = options.command_line_argv();
     process.program = options.process_name();
@@ -161,10 +159,8 @@ int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE i
     errno = 0;
     const pid_t pid = process.spawn(options);
     const int spawnError = errno != 0 ? errno : EAGAIN;
-    closeHandle(status[1]);
-    process.status = status[0];
     if (pid == ACE_INVALID_PID) {
-        closeHandle(status[0]);
+        closeHandle(process.status);
         process.status = ACE_INVALID_HANDLE;
         return spawnError;
     }
@@ -175,25 +171,24 @@ int startOutcome(ChildProcess& process, ACE_HANDLE readEnd) {
     if (process.status == ACE_INVALID_HANDLE) {
         return 0; // asked already
     }
-    // With output to read, wait for its first byte or its end first: the exec has happened
-    // by then (or the child has ended), so the answer is there at once, and this thread
-    // does not wake at the exec itself while the new program starts up.
+    // The counter is final once the child has run the program or ended: with output to
+    // read, its first byte or its end comes after either, and this thread does not wake at
+    // the exec itself while the new program starts up. Without, this is asked after the
+    // wait.
     if (readEnd != ACE_INVALID_HANDLE) {
         pollfd ready = {readEnd, POLLIN, 0};
         while (poll(&ready, 1, -1) < 0 && errno == EINTR) {
         }
     }
-    int childError = 0;
+    uint64_t reason = 0;
     ssize_t n;
     do {
-        n = read(process.status, &childError, sizeof childError);
+        n = read(process.status, &reason, sizeof reason);
     } while (n < 0 && errno == EINTR);
     closeHandle(process.status);
     process.status = ACE_INVALID_HANDLE;
-    if (n != static_cast<ssize_t>(sizeof childError)) {
-        return 0; // the exec closed the pipe: the program ran
-    }
-    return childError != 0 ? childError : ENOEXEC;
+    // Nothing to read (EAGAIN): the program ran.
+    return n == static_cast<ssize_t>(sizeof reason) ? static_cast<int>(reason) : 0;
 }
 
 int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count) {

@@ -23,7 +23,9 @@ struct BlankCase {
 
 // Prints a case by its name; without this GoogleTest would dump the struct's bytes, padding
 // included.
-void PrintTo(const BlankCase& c, std::ostream* out) { *out << c.name; }
+void PrintTo(const BlankCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class EmptyCharData : public ::testing::TestWithParam<BlankCase> {};
 
