@@ -111,7 +111,6 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
             }
             int exitCode = 0;
             const int waitError = platform::waitForExit(process, &exitCode);
-            releaseStartHandles();
             if (startError == 0) {
                 // With no observer, asked once the child has ended.
                 startError = platform::startOutcome(process, ACE_INVALID_HANDLE);
@@ -124,6 +123,7 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
                 }
             }
         }
+        // Without an observer (or when nothing started): here, after the wait.
         releaseStartHandles();
     }
     closeOwn(&pipe[0], &error);

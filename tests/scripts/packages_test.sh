@@ -23,7 +23,7 @@ cat >"$work/bin/apt-get" <<'FAKE'
 echo "apt-get $*" >>"$FAKE_LOG"
 case " $* " in
   *" source "*)
-    spec=${*: -1}; v=${spec#*=}
+    wanted=${*: -1}; v=${wanted#*=}
     if [[ " $FAKE_FETCHABLE " == *" $v "* ]]; then mkdir "expat-$v"; exit 0; fi
     mkdir "expat-partial"
     echo "Err:1 http://deb.debian.org/debian-security bookworm-security/main expat $v (dsc)"
