@@ -74,6 +74,12 @@ TEST(HostileInput, MillionElementsDeepIsReadWhole) {
 }
 
 TEST(HostileInput, HundredMegabyteAttributeValueIsKept) {
+    // Without reparse deferral expat rescans the whole token at every 1 KiB piece: quadratic,
+    // hours for 100 MB.
+    if (!VELCAN_EXPAT_HAS_REPARSE_DEFERRAL) {
+        GTEST_SKIP() << "the expat found lacks reparse deferral (expat 2.6, or Debian 12's "
+                        "libexpat1-dev 2.5.0-1+deb12u2 or later): scripts/install-deps upgrades it";
+    }
     TempFile file("");
     const std::size_t size = 100u << 20;
     {

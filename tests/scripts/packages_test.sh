@@ -11,7 +11,9 @@ log=$work/apt.log
 
 # The fake apt-cache lists $FAKE_SOURCE_VERSIONS for showsrc. The fake apt-get logs each call;
 # `source NAME=V` unpacks a folder when V is in $FAKE_FETCHABLE and fails as a 404 otherwise;
-# `install -s` prints $FAKE_PLAN (exit $FAKE_PLAN_STATUS); a real install succeeds.
+# `install -s` prints $FAKE_PLAN (exit $FAKE_PLAN_STATUS); `update` prints $FAKE_UPDATE;
+# `indextargets` prints $FAKE_INDEXTARGETS; a real install succeeds. With $FAKE_UID set, `id -u`
+# says so, and sudo always wants a password.
 cat >"$work/bin/apt-cache" <<'FAKE'
 #!/usr/bin/env bash
 if [ "$1" = showsrc ]; then
@@ -31,13 +33,26 @@ case " $* " in
     echo "E: Failed to fetch http://deb.debian.org/debian-security/pool/updates/main/e/expat/expat_$v.dsc  404  Not Found" >&2
     exit 100 ;;
   *" -s "*) printf '%s\n' "$FAKE_PLAN"; exit "${FAKE_PLAN_STATUS:-0}" ;;
+  *" update "*) printf '%s\n' "$FAKE_UPDATE" >&2; exit 0 ;;
+  *" indextargets "*) printf '%s\n' "$FAKE_INDEXTARGETS"; exit 0 ;;
 esac
 exit 0
 FAKE
+# A user who is not root and may not use sudo.
+cat >"$work/bin/id" <<'FAKE'
+#!/usr/bin/env bash
+if [ "$1" = -u ] && [ -n "${FAKE_UID:-}" ]; then echo "$FAKE_UID"; else exec /usr/bin/id "$@"; fi
+FAKE
+cat >"$work/bin/sudo" <<'FAKE'
+#!/usr/bin/env bash
+echo "sudo $*" >>"$FAKE_LOG"
+echo "sudo: a password is required" >&2
+exit 1
+FAKE
 chmod +x "$work/bin/"*
 export PATH=$work/bin:$PATH FAKE_LOG=$log
-export FAKE_SOURCE_VERSIONS="" FAKE_FETCHABLE="" FAKE_PLAN="" FAKE_PLAN_STATUS=0
-unset VELCAN_ALLOW_PACKAGE_CHANGES
+export FAKE_SOURCE_VERSIONS="" FAKE_FETCHABLE="" FAKE_PLAN="" FAKE_PLAN_STATUS=0 FAKE_UPDATE=""
+export FAKE_INDEXTARGETS=""
 
 me=tested
 # shellcheck source=../../scripts/lib/packages.sh
@@ -113,51 +128,121 @@ libfoo1 1.0-1 -> 1.0-2 (upgrade)
 libbar2 3.1-1 -> removed"
 }
 
-install_refuses_a_plan_that_changes_installed_packages_without_consent() {
-  FAKE_PLAN=$plan
-  local rc=0 err
-  pkg_install "32-bit Wine" "scripts/install-win32-deps" wine32:i386 >/dev/null 2>"$work/err" || rc=$?
-  err=$(cat "$work/err")
-  expect_eq "$rc" 3
-  expect_contains "$err" "it would change 3 installed package(s)"
-  expect_contains "$err" "libexpat1 2.5.0-1+deb12u5 -> 2.5.0-1+deb12u2 (downgrade)"
-  expect_contains "$err" "libbar2 3.1-1 -> removed"
-  expect_contains "$err" "nothing was changed"
-  expect_contains "$err" "VELCAN_ALLOW_PACKAGE_CHANGES=1 scripts/install-win32-deps"
-  expect_lacks "$(grep -v ' -s ' "$log")" "install"
-}
+# Real installs (not simulations) that the fake apt-get was asked for.
+installs() { grep ' install ' "$log" | grep -v ' -s ' || true; }
 
-install_with_consent_carries_out_a_plan_that_changes_packages() {
-  FAKE_PLAN=$plan
-  VELCAN_ALLOW_PACKAGE_CHANGES=1
-  pkg_install "32-bit Wine" "scripts/install-win32-deps" wine32:i386 >/dev/null 2>"$work/err"
-  expect_contains "$(cat "$work/err")" "changing installed packages, as allowed"
-  expect_contains "$(grep -v ' -s ' "$log")" "install -y -qq --no-install-recommends --allow-downgrades"
-}
-
-install_of_new_packages_alone_needs_no_consent() {
+install_of_new_packages_alone_asks_nothing() {
   FAKE_PLAN="Inst wine64 (8.0~repack-4 Debian:12.15/oldstable [amd64])
 Conf wine64 (8.0~repack-4 Debian:12.15/oldstable [amd64])"
-  pkg_install "64-bit Wine" "scripts/install-win32-deps" wine64 >/dev/null 2>"$work/err"
-  expect_eq "$(cat "$work/err")" ""
-  expect_contains "$(grep -v ' -s ' "$log")" "install -y -qq --no-install-recommends wine64"
-  expect_lacks "$(cat "$log")" "--allow-downgrades wine64"
+  pkg_install "64-bit Wine" wine64 >/dev/null 2>"$work/err"
+  expect_eq "$(cat "$work/err")" "tested: installing wine64"
+  expect_eq "$(installs)" "apt-get install -y -qq --no-install-recommends wine64"
+}
+
+install_upgrades_to_the_candidate_and_names_each_upgrade() {
+  FAKE_PLAN="Inst libexpat1-dev [2.5.0-1+deb12u1] (2.5.0-1+deb12u5 Debian-Security:12/oldstable-security [amd64]) []
+Inst libexpat1 [2.5.0-1+deb12u1] (2.5.0-1+deb12u5 Debian-Security:12/oldstable-security [amd64])
+Inst libace-dev (7.0.8+dfsg-2 Debian:12.15/oldstable [amd64])"
+  pkg_install "what velcan needs" libexpat1-dev libexpat1 libace-dev >/dev/null 2>"$work/err"
+  expect_eq "$(cat "$work/err")" "tested: upgrading libexpat1-dev 2.5.0-1+deb12u1 -> 2.5.0-1+deb12u5
+tested: upgrading libexpat1 2.5.0-1+deb12u1 -> 2.5.0-1+deb12u5
+tested: installing libace-dev"
+  expect_eq "$(installs)" \
+    "apt-get install -y -qq --no-install-recommends libexpat1-dev libexpat1 libace-dev"
+}
+
+install_refuses_a_plan_with_a_downgrade_whatever_the_environment_says() {
+  FAKE_PLAN="Inst libexpat1 [2.5.0-1+deb12u5] (2.5.0-1+deb12u2 Debian:12.15/oldstable [amd64])
+Inst wine32:i386 (8.0~repack-4 Debian:12.15/oldstable [i386])"
+  local rc=0 err
+  VELCAN_ALLOW_PACKAGE_CHANGES=1 pkg_install "32-bit Wine" wine32:i386 >/dev/null 2>"$work/err" || rc=$?
+  err=$(cat "$work/err")
+  expect_eq "$rc" 3
+  expect_contains "$err" "apt's plan for wine32:i386 would downgrade or remove installed packages"
+  expect_contains "$err" "  libexpat1 2.5.0-1+deb12u5 -> 2.5.0-1+deb12u2 (downgrade)"
+  expect_contains "$err" "nothing was changed"
+  expect_eq "$(installs)" ""
+}
+
+install_refuses_a_plan_with_a_removal() {
+  FAKE_PLAN="Inst libfoo1 [1.0-1] (1.0-2 Debian:12.15/oldstable [amd64])
+Remv git [1:2.39.5-0+deb12u3]
+Inst wine32:i386 (8.0~repack-4 Debian:12.15/oldstable [i386])"
+  local rc=0 err
+  pkg_install "32-bit Wine" wine32:i386 >/dev/null 2>"$work/err" || rc=$?
+  err=$(cat "$work/err")
+  expect_eq "$rc" 3
+  expect_contains "$err" "  git 1:2.39.5-0+deb12u3 -> removed"
+  expect_lacks "$err" "libfoo1"
+  expect_eq "$(installs)" ""
+}
+
+failed_index_left_out="E: Failed to fetch http://deb.debian.org/debian-security/dists/bookworm-security/main/binary-i386/Packages.xz  File has unexpected size (346968 != 365336). Mirror sync in progress? [IP: 203.0.113.80 80]
+   Hashes of expected file:
+    - Filesize:365336 [weak]
+E: Some index files failed to download. They have been ignored, or old ones used instead."
+
+update_names_a_failed_index_in_one_line_and_goes_on() {
+  FAKE_UPDATE=$failed_index_left_out
+  pkg_update 2>"$work/err"
+  expect_eq "$(cat "$work/err")" "tested: leaving out the bookworm-security/main binary-i386 index (http://deb.debian.org/debian-security): it failed apt's checks: File has unexpected size (346968 != 365336)."
+  expect_eq "$pkg_updated" yes
+}
+
+refusal_says_which_index_was_left_out() {
+  FAKE_UPDATE=$failed_index_left_out
+  pkg_update 2>/dev/null
+  FAKE_PLAN="Inst libexpat1 [2.5.0-1+deb12u5] (2.5.0-1+deb12u2 Debian:12.15/oldstable [amd64])"
+  pkg_install "32-bit Wine" wine32:i386 >/dev/null 2>"$work/err" || true
+  expect_contains "$(cat "$work/err")" "the bookworm-security/main binary-i386 index was left out (File has unexpected size"
 }
 
 install_reports_when_apt_finds_no_plan() {
   FAKE_PLAN="E: Unable to correct problems, you have held broken packages." FAKE_PLAN_STATUS=100
   local rc=0
-  pkg_install "32-bit Wine" "scripts/install-win32-deps" wine32:i386 >/dev/null 2>"$work/err" || rc=$?
+  pkg_install "32-bit Wine" wine32:i386 >/dev/null 2>"$work/err" || rc=$?
   expect_eq "$rc" 2
   expect_contains "$(cat "$work/err")" "apt cannot install 32-bit Wine"
   expect_contains "$(cat "$work/err")" "held broken packages"
-  expect_lacks "$(grep -v ' -s ' "$log")" "install"
+  expect_eq "$(installs)" ""
 }
 
-consent_flag_is_taken_from_the_arguments() {
-  pkg_parse_consent a --allow-package-changes b
-  expect_eq "${args[*]}" "a b"
-  pkg_consent || fail "consent not given"
+user_without_sudo_gets_one_line_naming_each_package_once() {
+  local rc=0 err
+  FAKE_UID=1000 "$root/scripts/install-deps" velcan-absent-a velcan-absent-b velcan-absent-a \
+    </dev/null >"$work/out" 2>"$work/err" || rc=$?
+  err=$(cat "$work/err")
+  [ "$rc" -ne 0 ] || fail "succeeded without root"
+  expect_eq "$(cat "$work/out")" ""
+  expect_eq "$(printf '%s\n' "$err" | wc -l)" 1
+  expect_contains "$err" "install-deps: cannot install "
+  expect_contains "$err" "an administrator can run: apt-get update && apt-get install -y --no-install-recommends "
+  expect_eq "$(grep -o velcan-absent-a <<<"$err" | wc -l)" 2 # the list and the command, once each
+  expect_lacks "$(cat "$log")" "apt-get"
+}
+
+root_sources_leave_out_a_suite_whose_index_fails() {
+  FAKE_INDEXTARGETS="http://deb.debian.org/debian/ bookworm main Debian
+http://deb.debian.org/debian/ bookworm-updates main Debian
+http://deb.debian.org/debian-security/ bookworm-security main Debian-Security
+https://example.org/other/ nodistro main Other"
+  FAKE_UPDATE=$failed_index_left_out
+  # shellcheck source=../../scripts/lib/roots.sh
+  . "$root/scripts/lib/roots.sh"
+  expect_eq "$(root_sources i386 2>"$work/err")" "deb http://deb.debian.org/debian/ bookworm main
+deb http://deb.debian.org/debian/ bookworm-updates main"
+  expect_contains "$(cat "$work/err")" "leaving out the bookworm-security/main binary-i386 index"
+  expect_contains "$(cat "$log")" "APT::Architectures=i386"
+}
+
+root_sources_keep_every_suite_when_all_indexes_pass() {
+  FAKE_INDEXTARGETS="http://deb.debian.org/debian/ bookworm main Debian
+http://deb.debian.org/debian-security/ bookworm-security main Debian-Security"
+  # shellcheck source=../../scripts/lib/roots.sh
+  . "$root/scripts/lib/roots.sh"
+  expect_eq "$(root_sources i386 2>"$work/err")" "deb http://deb.debian.org/debian-security/ bookworm-security main
+deb http://deb.debian.org/debian/ bookworm main"
+  expect_eq "$(cat "$work/err")" ""
 }
 
 "$1"
