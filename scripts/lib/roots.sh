@@ -36,7 +36,7 @@ root_sources() {
 root_make() {
   local name=$1 arch=$2
   shift 2
-  local key dir log sources suite options=() line
+  local key dir log sources suite options=() line lock
   key=$(printf '%s\n' "$arch" "$@" | md5sum | cut -c1-10)
   dir=$root_cache/roots/$name-$key
   if [ -f "$dir/.complete" ]; then
@@ -51,15 +51,26 @@ root_make() {
     echo "$me: cannot make the private root $name: mmdebstrap is not installed (scripts/install-win32-deps installs it)" >&2
     return 1
   fi
+  mkdir -p "$root_cache/roots"
+  # One maker at a time; whoever waited finds the root made.
+  exec {lock}>"$root_cache/roots/$name.lock"
+  flock "$lock"
+  if [ -f "$dir/.complete" ]; then
+    exec {lock}>&-
+    echo "$dir"
+    return 0
+  fi
   suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
-  sources=$(root_sources "$arch") || return 1
+  if ! sources=$(root_sources "$arch"); then
+    exec {lock}>&-
+    return 1
+  fi
   # This archive may be a dated snapshot: the host's settings that relax apt's date checks
   # come along, or the root's apt would refuse it.
   while read -r line; do
     [ -n "$line" ] && options+=(--aptopt="$line")
   done < <(apt-config dump | grep -E '^Acquire::Check-(Valid-Until|Date) ')
   log=$root_cache/roots/$name.log
-  mkdir -p "$root_cache/roots"
   "${pkg_sudo[@]}" rm -rf "$root_cache/roots/$name"-* "$dir.tmp"
   local start=$SECONDS
   # mmdebstrap writes no /etc/hosts: without one the root cannot resolve the host's name.
@@ -70,10 +81,12 @@ root_make() {
          "$suite" "$dir.tmp" - >"$log" 2>&1; then
     echo "$me: cannot make the private root $name: $(grep -E '^E: ' "$log" | head -n 1 | cut -c1-240) (see $log)" >&2
     "${pkg_sudo[@]}" rm -rf "$dir.tmp"
+    exec {lock}>&-
     return 1
   fi
   "${pkg_sudo[@]}" mv "$dir.tmp" "$dir"
   "${pkg_sudo[@]}" touch "$dir/.complete"
+  exec {lock}>&-
   echo "$me: made the private root $name ($arch: $*) in $((SECONDS - start)) s" >&2
   echo "$dir"
 }
