@@ -256,3 +256,32 @@ pkg_private_state() {
                -o "Dir::State::status=$dir/status")
   : >"$dir/status"
 }
+
+# pkg_compare_lists BEFORE AFTER: reads two `dpkg-query -W` listings ("name<TAB>version" lines)
+# and prints one line per package removed or downgraded between them, then a summary line of
+# what was added and upgraded. Returns 1 when anything was removed or downgraded.
+pkg_compare_lists() {
+  local name before after added=0 upgraded=0 harmed=0
+  declare -A then_version now_version
+  while IFS=$'\t' read -r name before; do then_version[$name]=$before; done <"$1"
+  while IFS=$'\t' read -r name after; do now_version[$name]=$after; done <"$2"
+  for name in $(printf '%s\n' "${!then_version[@]}" | sort); do
+    before=${then_version[$name]}
+    after=${now_version[$name]-}
+    if [ -z "${now_version[$name]+set}" ]; then
+      echo "removed: $name $before"
+      harmed=1
+    elif [ -n "$before" ] && [ -n "$after" ] && dpkg --compare-versions "$after" lt "$before"; then
+      echo "downgraded: $name $before -> $after"
+      harmed=1
+    elif [ "$after" != "$before" ]; then
+      upgraded=$((upgraded + 1))
+    fi
+  done
+  for name in "${!now_version[@]}"; do
+    [ -n "${then_version[$name]+set}" ] || added=$((added + 1))
+  done
+  echo "host packages: $added added, $upgraded upgraded, none removed or downgraded" |
+    { [ $harmed = 0 ] && cat || sed 's/none removed or downgraded/SOME REMOVED OR DOWNGRADED (above)/'; }
+  return $harmed
+}

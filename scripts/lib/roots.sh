@@ -71,7 +71,8 @@ root_make() {
     [ -n "$line" ] && options+=(--aptopt="$line")
   done < <(apt-config dump | grep -E '^Acquire::Check-(Valid-Until|Date) ')
   log=$root_cache/roots/$name.log
-  "${pkg_sudo[@]}" rm -rf "$root_cache/roots/$name"-* "$dir.tmp"
+  # Roots of this name made for other packages go (the key is ten hex digits).
+  "${pkg_sudo[@]}" rm -rf "$root_cache/roots/$name"-?????????? "$dir.tmp"
   local start=$SECONDS
   # mmdebstrap writes no /etc/hosts: without one the root cannot resolve the host's name.
   if ! printf '%s\n' "$sources" |

@@ -245,5 +245,23 @@ deb http://deb.debian.org/debian/ bookworm main"
   expect_eq "$(cat "$work/err")" ""
 }
 
+host_check_names_each_removal_and_downgrade() {
+  printf 'git\t1:2.39.5-0+deb12u3\nlibexpat1:amd64\t2.5.0-1+deb12u5\nlibfoo1\t1.0-1\nlibbaz\t2\n' >"$work/before"
+  printf 'libexpat1:amd64\t2.5.0-1+deb12u2\nlibfoo1\t1.0-2\nlibbaz\t2\nwine64\t8.0\n' >"$work/after"
+  local rc=0 out
+  out=$(pkg_compare_lists "$work/before" "$work/after") || rc=$?
+  expect_eq "$rc" 1
+  expect_eq "$out" "removed: git 1:2.39.5-0+deb12u3
+downgraded: libexpat1:amd64 2.5.0-1+deb12u5 -> 2.5.0-1+deb12u2
+host packages: 1 added, 1 upgraded, SOME REMOVED OR DOWNGRADED (above)"
+}
+
+host_check_passes_additions_and_upgrades() {
+  printf 'libexpat1:amd64\t2.5.0-1+deb12u1\n' >"$work/before"
+  printf 'libexpat1:amd64\t2.5.0-1+deb12u5\nwine64\t8.0\n' >"$work/after"
+  expect_eq "$(pkg_compare_lists "$work/before" "$work/after")" \
+    "host packages: 1 added, 1 upgraded, none removed or downgraded"
+}
+
 "$1"
 echo "PASS: $1"
