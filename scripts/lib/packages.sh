@@ -149,7 +149,9 @@ pkg_install() {
   local new
   new=$(printf '%s\n' "$plan" | awk '$1 == "Inst" && $3 !~ /^\[/ {print $2}' | paste -sd ' ' -)
   [ -z "$new" ] || echo "$me: installing $new" >&2
-  if ! "${pkg_sudo[@]}" apt-get install -y -qq --no-install-recommends "$@" >/dev/null; then
+  local out
+  if ! out=$("${pkg_sudo[@]}" apt-get install -y -qq --no-install-recommends "$@" 2>&1); then
+    printf '%s\n' "$out" | tail -n 20 >&2
     echo "$me: apt-get install failed for $why" >&2
     return 1
   fi
