@@ -1,7 +1,6 @@
 #include "velcan/process/blocking_process.h"
 
 #include <cerrno>
-#include <memory>
 
 #include "process/command_line.h"
 #include "process/platform.h"
@@ -12,9 +11,25 @@ namespace {
 
 const int kNotRun = 127;
 
+int notRun(int error) {
+    errno = error;
+    return kNotRun;
+}
+
+// Keeps the first failure of a run for errno.
+void keep(int* error, int failure) {
+    if (*error == 0) {
+        *error = failure;
+    }
+}
+
 // Passes everything the child writes to the observer, as each read returns. Returns 0, or
 // the error of a read that failed (which also ends the reading).
+// Without an observer nothing is read.
 int relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
+    if (observer == nullptr) {
+        return 0;
+    }
     // Kept between calls: an observer is expected to store both every time.
     char* buffer = nullptr;
     int capacity = 0;
@@ -37,96 +52,39 @@ int relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
     }
 }
 
-// Closes a handle of the runner's own, once; a failure is kept for errno.
-void closeOwn(ACE_HANDLE* handle, int* error) {
-    if (int failure = velcan::platform::closeHandle(*handle)) {
-        *error = failure;
-    }
-    *handle = ACE_INVALID_HANDLE;
-}
-
 } // namespace
 
 int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* observer) {
     namespace platform = velcan::platform;
-    // What errno is left holding: the caller's own value unless something failed.
-    int error = errno;
-    int result = kNotRun;
+    // errno is left as the caller set it unless something fails.
+    const int callersErrno = errno;
 
     // Refuse what the process layer would run in another form.
-    velcan::CommandLine parsed;
-    if (int refusal = velcan::parseCommandLine(commandLine, &parsed)) {
-        errno = refusal;
-        return kNotRun;
+    velcan::CommandLine checked;
+    if (int refusal = velcan::parseCommandLine(commandLine, &checked)) {
+        return notRun(refusal);
     }
-
-    ACE_HANDLE pipe[2];
-    if (int failure = platform::createPipe(pipe)) {
-        errno = failure;
-        return kNotRun;
+    platform::Pipe pipe;
+    if (int failure = platform::createPipe(&pipe)) {
+        return notRun(failure);
     }
-    const ACE_HANDLE readEnd = pipe[0];
-    ACE_HANDLE writeEnd = pipe[1];
-    int startError = 0;
-    {
-        platform::ChildProcess process;
-        std::unique_ptr<ACE_Process_Options> options(
-            new ACE_Process_Options(true, velcan::kCommandLineBuffer, velcan::kEnvironmentBuffer,
-                                    velcan::kEnvironmentEntries, velcan::kArgumentSlots));
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security"
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#endif
-        // A format with no arguments; it holds no directive but "%%" (checked above).
-        options->command_line(commandLine);
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
-        ACE_HANDLE nullDevice = ACE_INVALID_HANDLE;
-        startError = platform::openNullDevice(&nullDevice);
-        if (startError == 0) {
-            startError = platform::startChild(process, *options, nullDevice, writeEnd);
-        }
-        // From here only the child holds the write end, so the end of its output can be seen.
-        closeOwn(&writeEnd, &error);
-        // The options (whose copies of the handles, if any, were made for the child and are
-        // gone with it) and the null device are released once the child has run the program
-        // or ended: until then this process's writes to memory it still shares with the
-        // child would be copied on the child's way to its exec.
-        const auto releaseStartHandles = [&] {
-            options.reset();
-            closeOwn(&nullDevice, &error);
-        };
-        if (startError == 0) {
-            if (observer != nullptr) {
-                // Before the first GetOutputBuffer: a child that could not start gets none.
-                startError = platform::startOutcome(process, readEnd);
-                releaseStartHandles();
-                if (startError == 0) {
-                    if (int failure = relayOutput(readEnd, observer)) {
-                        error = failure;
-                    }
-                }
-            }
-            int exitCode = 0;
-            const int waitError = platform::waitForExit(process, &exitCode);
-            if (startError == 0) {
-                // With no observer, asked once the child has ended.
-                startError = platform::startOutcome(process, ACE_INVALID_HANDLE);
-            }
-            if (startError == 0) {
-                if (waitError != 0) {
-                    error = waitError;
-                } else {
-                    result = exitCode;
-                }
-            }
-        }
-        // Without an observer (or when nothing started): here, after the wait.
-        releaseStartHandles();
+    platform::Child child;
+    if (int failure = child.start(commandLine, pipe.writeEnd.get())) {
+        return notRun(failure);
     }
-    closeOwn(&pipe[0], &error);
-    errno = startError != 0 ? startError : error;
-    return result;
+    // From here only the child holds the write end, so the end of its output can be seen.
+    int error = pipe.writeEnd.close();
+    // Before the first GetOutputBuffer, so a child that could not start gets none. Without
+    // an observer the output is never read, and the start is confirmed once the child ends.
+    if (int failure = child.confirmStart(observer != nullptr ? pipe.readEnd.get()
+                                                             : ACE_INVALID_HANDLE)) {
+        return notRun(failure);
+    }
+    keep(&error, child.releaseStart());
+    keep(&error, relayOutput(pipe.readEnd.get(), observer));
+    int exitCode = kNotRun;
+    keep(&error, child.wait(&exitCode));
+    keep(&error, pipe.readEnd.close());
+    errno = error != 0 ? error : callersErrno;
+    return exitCode;
 }

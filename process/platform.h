@@ -8,57 +8,56 @@
 #define VELCAN_PROCESS_PLATFORM_H
 
 #include <cstddef>
+#include <memory>
 
-#include <ace/Process.h>
+#include "process/handle.h"
 
 namespace velcan {
 namespace platform {
 
-// The process object: ACE's, with what the platform does in the child before it runs the
-// program. Filled in by startChild.
-class ChildProcess : public ACE_Process {
-  public:
-    ACE_Process_Options* options = nullptr;
-    ACE_HANDLE input = ACE_INVALID_HANDLE;
-    ACE_HANDLE output = ACE_INVALID_HANDLE;
-    ACE_HANDLE status = ACE_INVALID_HANDLE; // how the child reports a failed start
-    const char* program = nullptr;
-    char* const* argv = nullptr;
-
-  protected:
-    void child(pid_t parent) override;
-};
-
 // An anonymous pipe whose ends no child inherits.
-int createPipe(ACE_HANDLE ends[2]);
-
-// The null device, opened read-only and not inherited.
-int openNullDevice(ACE_HANDLE* handle);
-
-// Starts the program the options describe (looked up as the platform does), its standard
-// input from `input` and its standard output and error both to `output`. 0 once the program
-// is running; otherwise no process remains and the value says why it could not be started
-// (ENOENT, EACCES, ...), whether that was found before the child existed or when it tried to
-// run the program.
-int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE input,
-               ACE_HANDLE output);
-
-// After startChild: whether the child started the program (0) or why it could not. Blocks
-// until the child has run the program or ended; with a read end given, until the first
-// output or its end, which come after either. A child that could not start has ended by
-// itself and must still be waited for.
-int startOutcome(ChildProcess& process, ACE_HANDLE readEnd);
+struct Pipe {
+    Handle readEnd;
+    Handle writeEnd;
+};
+int createPipe(Pipe* pipe);
 
 // Reads at most size bytes into buffer and stores the count (0 at the end of the output) in
 // *count. An interrupted read is retried.
 int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count);
 
-// Closes a handle (an invalid one is left alone).
-int closeHandle(ACE_HANDLE handle);
+// One child process: started, confirmed, waited for. What only one platform needs (the
+// process options and their lifetime, the null device, how a failed start is reported)
+// stays inside that platform's file.
+class Child {
+  public:
+    Child();
+    ~Child();
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
 
-// Waits, with no time limit, for the child to end, and stores its exit code in *exitCode
-// (128 + the signal number for a child a signal ended).
-int waitForExit(ACE_Process& process, int* exitCode);
+    // Starts the command line's program (looked up as the platform does) with the null
+    // device as its standard input and `output` as its standard output and error. 0 once a
+    // child exists; otherwise none does and the value says why.
+    int start(const char* commandLine, ACE_HANDLE output);
+
+    // Whether the child runs the program: 0, or why it could not (ENOENT, EACCES, ...), in
+    // which case the child has been waited for. Blocks until the first output on `readEnd`
+    // or its end, which come after the child has run the program or given up.
+    int confirmStart(ACE_HANDLE readEnd);
+
+    // Releases what only the start needed (the process options, the null device): 0, or the
+    // errno value of a close that failed.
+    int releaseStart();
+
+    // Waits, with no time limit, for the child to end, and stores its exit code in
+    // *exitCode (128 + the signal number for a child a signal ended).
+    int wait(int* exitCode);
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
 
 #if defined(_WIN32)
 // The errno value for a Windows error code: 3, 8, 32 and 80 become ENOENT, ENOMEM, EACCES

@@ -19,6 +19,9 @@
 #include <unistd.h>
 
 #include <ace/OS_NS_fcntl.h>
+#include <ace/Process.h>
+
+#include "process/options.h"
 
 namespace velcan {
 namespace platform {
@@ -80,9 +83,22 @@ void markOpenDescriptorsCloseOnExec() {
     _exit(127);
 }
 
-} // namespace
+// ACE's process object, with what this platform does in the child before the program
+// runs: the fields are what the child needs, worked out before the fork.
+class ExecProcess : public ACE_Process {
+  public:
+    ACE_Process_Options* options = nullptr;
+    ACE_HANDLE input = ACE_INVALID_HANDLE;
+    ACE_HANDLE output = ACE_INVALID_HANDLE;
+    ACE_HANDLE status = ACE_INVALID_HANDLE; // how the child reports a failed start
+    const char* program = nullptr;
+    char* const* argv = nullptr;
 
-void ChildProcess::child(pid_t) {
+  protected:
+    void child(pid_t parent) override;
+};
+
+void ExecProcess::child(pid_t) {
     // Runs in the new child, which has one thread whatever the caller has: only
     // async-signal-safe calls from here to the exec. The program is run here, not by ACE, so
     // that a failure to start it reaches the parent through the status counter as its errno.
@@ -118,100 +134,8 @@ void ChildProcess::child(pid_t) {
     failStart(status, errno);
 }
 
-int createPipe(ACE_HANDLE ends[2]) {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
-        return errno;
-    }
-    ends[0] = aboveStandardHandles(fds[0]);
-    const int readError = errno;
-    ends[1] = aboveStandardHandles(fds[1]);
-    const int writeError = errno;
-    if (ends[0] < 0 || ends[1] < 0) {
-        closeHandle(ends[0]);
-        closeHandle(ends[1]);
-        return ends[0] < 0 ? readError : writeError;
-    }
-    return 0;
-}
-
-int openNullDevice(ACE_HANDLE* handle) {
-    *handle = aboveStandardHandles(ACE_OS::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    return *handle == ACE_INVALID_HANDLE ? errno : 0;
-}
-
-int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE input,
-               ACE_HANDLE output) {
-    // The child adds its errno here when it cannot run the program; a program that runs
-    // leaves it at 0. A counter rather than a pipe: one descriptor, nothing to close in
-    // this process while the child makes its way to the exec.
-    process.status = aboveStandardHandles(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (process.status == ACE_INVALID_HANDLE) {
-        return errno;
-    }
-    process.options = &options;
-    process.input = input;
-    process.output = output;
-    // Worked out here: the child must not allocate.
-    process.argv = options.command_line_argv();
-    process.program = options.process_name();
-
-    errno = 0;
-    const pid_t pid = process.spawn(options);
-    const int spawnError = errno != 0 ? errno : EAGAIN;
-    if (pid == ACE_INVALID_PID) {
-        closeHandle(process.status);
-        process.status = ACE_INVALID_HANDLE;
-        return spawnError;
-    }
-    return 0;
-}
-
-int startOutcome(ChildProcess& process, ACE_HANDLE readEnd) {
-    if (process.status == ACE_INVALID_HANDLE) {
-        return 0; // asked already
-    }
-    // The counter is final once the child has run the program or ended: with output to
-    // read, its first byte or its end comes after either, and this thread does not wake at
-    // the exec itself while the new program starts up. Without, this is asked after the
-    // wait.
-    if (readEnd != ACE_INVALID_HANDLE) {
-        pollfd ready = {readEnd, POLLIN, 0};
-        while (poll(&ready, 1, -1) < 0 && errno == EINTR) {
-        }
-    }
-    uint64_t reason = 0;
-    ssize_t n;
-    do {
-        n = read(process.status, &reason, sizeof reason);
-    } while (n < 0 && errno == EINTR);
-    closeHandle(process.status);
-    process.status = ACE_INVALID_HANDLE;
-    // Nothing to read (EAGAIN): the program ran.
-    return n == static_cast<ssize_t>(sizeof reason) ? static_cast<int>(reason) : 0;
-}
-
-int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count) {
-    for (;;) {
-        const ssize_t n = read(handle, buffer, size);
-        if (n >= 0) {
-            *count = static_cast<size_t>(n);
-            return 0;
-        }
-        if (errno != EINTR) {
-            return errno;
-        }
-    }
-}
-
-int closeHandle(ACE_HANDLE handle) {
-    if (handle != ACE_INVALID_HANDLE && close(handle) != 0) {
-        return errno;
-    }
-    return 0;
-}
-
-int waitForExit(ACE_Process& process, int* exitCode) {
+// Waits for the process to end and decodes how it ended.
+int waitFor(ACE_Process& process, int* exitCode) {
     ACE_exitcode status = 0;
     while (process.wait(&status) == ACE_INVALID_PID) {
         if (errno != EINTR) {
@@ -226,6 +150,141 @@ int waitForExit(ACE_Process& process, int* exitCode) {
         return ECHILD;
     }
     return 0;
+}
+
+} // namespace
+
+int Handle::close() {
+    const ACE_HANDLE handle = release();
+    if (handle != ACE_INVALID_HANDLE && ::close(handle) != 0) {
+        return errno;
+    }
+    return 0;
+}
+
+int createPipe(Pipe* pipe) {
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) {
+        return errno;
+    }
+    pipe->readEnd = Handle(aboveStandardHandles(fds[0]));
+    const int readError = errno;
+    pipe->writeEnd = Handle(aboveStandardHandles(fds[1]));
+    const int writeError = errno;
+    if (!pipe->readEnd.valid()) {
+        pipe->writeEnd.close();
+        return readError;
+    }
+    if (!pipe->writeEnd.valid()) {
+        pipe->readEnd.close();
+        return writeError;
+    }
+    return 0;
+}
+
+struct Child::State {
+    ExecProcess process;
+    // Kept until the child has run the program or ended: freed earlier, this process's
+    // writes to memory it still shares with the child would be copied on the child's way
+    // to its exec.
+    std::unique_ptr<ACE_Process_Options> options;
+    Handle nullDevice;
+    // The child adds its errno here when it cannot run the program; a program that runs
+    // leaves it at 0. A counter rather than a pipe: one descriptor, nothing to close in this
+    // process while the child makes its way to the exec.
+    Handle status;
+    bool waited = false;
+    int waitError = 0;
+    int exitCode = 0;
+};
+
+Child::Child() : state_(new State) {}
+
+Child::~Child() = default;
+
+int Child::start(const char* commandLine, ACE_HANDLE output) {
+    State& s = *state_;
+    s.options = makeProcessOptions(commandLine);
+    s.nullDevice = Handle(aboveStandardHandles(ACE_OS::open("/dev/null", O_RDONLY | O_CLOEXEC)));
+    if (!s.nullDevice.valid()) {
+        return errno;
+    }
+    s.status = Handle(aboveStandardHandles(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)));
+    if (!s.status.valid()) {
+        return errno;
+    }
+    s.process.options = s.options.get();
+    s.process.input = s.nullDevice.get();
+    s.process.output = output;
+    s.process.status = s.status.get();
+    // Worked out here: the child must not allocate.
+    s.process.argv = s.options->command_line_argv();
+    s.process.program = s.options->process_name();
+
+    errno = 0;
+    if (s.process.spawn(*s.options) == ACE_INVALID_PID) {
+        return errno != 0 ? errno : EAGAIN;
+    }
+    return 0;
+}
+
+int Child::confirmStart(ACE_HANDLE readEnd) {
+    State& s = *state_;
+    // The counter is final once the child has run the program or ended: with output to
+    // read, its first byte or its end comes after either, and this thread does not wake at
+    // the exec itself while the new program starts up. Without, once the child has ended.
+    if (readEnd != ACE_INVALID_HANDLE) {
+        pollfd ready = {readEnd, POLLIN, 0};
+        while (poll(&ready, 1, -1) < 0 && errno == EINTR) {
+        }
+    } else {
+        int exitCode = 0;
+        wait(&exitCode);
+    }
+    uint64_t reason = 0;
+    ssize_t n;
+    do {
+        n = read(s.status.get(), &reason, sizeof reason);
+    } while (n < 0 && errno == EINTR);
+    s.status.close();
+    // Nothing to read (EAGAIN): the program ran.
+    if (n != static_cast<ssize_t>(sizeof reason)) {
+        return 0;
+    }
+    // The child has given up and ends by itself; it is not left a zombie.
+    int ignored = 0;
+    wait(&ignored);
+    return static_cast<int>(reason);
+}
+
+int Child::releaseStart() {
+    state_->options.reset();
+    return state_->nullDevice.close();
+}
+
+int Child::wait(int* exitCode) {
+    State& s = *state_;
+    if (!s.waited) {
+        s.waitError = waitFor(s.process, &s.exitCode);
+        s.waited = true;
+    }
+    if (s.waitError == 0) {
+        *exitCode = s.exitCode;
+    }
+    return s.waitError;
+}
+
+int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count) {
+    for (;;) {
+        const ssize_t n = read(handle, buffer, size);
+        if (n >= 0) {
+            *count = static_cast<size_t>(n);
+            return 0;
+        }
+        if (errno != EINTR) {
+            return errno;
+        }
+    }
 }
 
 } // namespace platform

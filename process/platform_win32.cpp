@@ -1,4 +1,4 @@
-// The runner on Windows.
+// The runner on Windows: anonymous pipes, CreateProcess through ACE, a hidden window.
 #include "process/platform.h"
 
 #include <cerrno>
@@ -7,6 +7,9 @@
 #include <windows.h>
 
 #include <ace/OS_NS_fcntl.h>
+#include <ace/Process.h>
+
+#include "process/options.h"
 
 namespace velcan {
 namespace platform {
@@ -40,67 +43,85 @@ std::mutex spawnMutex;
 
 } // namespace
 
-void ChildProcess::child(pid_t) {}
-
-namespace {
-
-// 0 when the program can be started, otherwise ENOENT or EACCES.
-int checkProgram(const char* program) {
-    // Found where CreateProcess looks for it (the application's folder, the current folder,
-    // the system folders, then PATH), ".exe" added to a name without an extension.
-    char found[MAX_PATH + 1];
-    const DWORD n = SearchPathA(nullptr, program, ".exe", sizeof found, found, nullptr);
-    if (n == 0 || n > MAX_PATH) {
-        return ENOENT;
+int Handle::close() {
+    const ACE_HANDLE handle = release();
+    if (handle != ACE_INVALID_HANDLE && !CloseHandle(handle)) {
+        return lastError();
     }
-    const DWORD attributes = GetFileAttributesA(found);
-    if (attributes == INVALID_FILE_ATTRIBUTES) {
-        return ENOENT;
-    }
-    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? EACCES : 0;
+    return 0;
 }
 
-} // namespace
-
-int createPipe(ACE_HANDLE ends[2]) {
+int createPipe(Pipe* pipe) {
     // Default security attributes: neither end is inheritable.
-    return CreatePipe(&ends[0], &ends[1], nullptr, 0) ? 0 : lastError();
+    HANDLE ends[2];
+    if (!CreatePipe(&ends[0], &ends[1], nullptr, 0)) {
+        return lastError();
+    }
+    pipe->readEnd = Handle(ends[0]);
+    pipe->writeEnd = Handle(ends[1]);
+    return 0;
 }
 
-int openNullDevice(ACE_HANDLE* handle) {
-    *handle = ACE_OS::open("nul", O_RDONLY, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                           nullptr);
-    return *handle == ACE_INVALID_HANDLE ? lastError() : 0;
-}
+struct Child::State {
+    ACE_Process process;
+    std::unique_ptr<ACE_Process_Options> options;
+    Handle nullDevice;
+};
 
-int startChild(ChildProcess& process, ACE_Process_Options& options, ACE_HANDLE input,
-               ACE_HANDLE output) {
-    if (int refusal = checkProgram(options.command_line_argv()[0])) {
-        return refusal;
+Child::Child() : state_(new State) {}
+
+Child::~Child() = default;
+
+int Child::start(const char* commandLine, ACE_HANDLE output) {
+    State& s = *state_;
+    s.options = makeProcessOptions(commandLine);
+    s.nullDevice = Handle(ACE_OS::open("nul", O_RDONLY,
+                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                       nullptr));
+    if (!s.nullDevice.valid()) {
+        return lastError();
     }
     std::lock_guard<std::mutex> turn(spawnMutex);
-    if (options.set_handles(input, output, output) != 0) {
+    if (s.options->set_handles(s.nullDevice.get(), output, output) != 0) {
         const int error = lastError();
-        options.release_handles();
+        s.options->release_handles();
         return error;
     }
     // After set_handles, which overwrites the start-up flags: hide the child's window.
-    STARTUPINFO* startup = options.startup_info();
+    STARTUPINFO* startup = s.options->startup_info();
     startup->dwFlags |= STARTF_USESHOWWINDOW;
     startup->wShowWindow = SW_HIDE;
-    const pid_t pid = process.spawn(options);
+    // The one lookup of the program is CreateProcess's own (the application's folder, the
+    // current folder, the system folders, PATH; ".exe" added to a name without one): a
+    // program it cannot find or start fails the spawn, with its error code.
+    SetLastError(0);
+    const pid_t pid = s.process.spawn(*s.options);
     const int error = lastError();
     // Only the child holds the copies now, so the end of its output can be seen.
-    options.release_handles();
+    s.options->release_handles();
     // ACE leaves the process information zeroed when CreateProcess fails: id 0, no handle.
-    if (pid == ACE_INVALID_PID || process.getpid() == 0) {
+    if (pid == ACE_INVALID_PID || s.process.getpid() == 0) {
         return error != 0 ? error : ENOENT;
     }
     return 0;
 }
 
-int startOutcome(ChildProcess&, ACE_HANDLE) {
+int Child::confirmStart(ACE_HANDLE) {
     return 0; // CreateProcess has said already
+}
+
+int Child::releaseStart() {
+    state_->options.reset();
+    return state_->nullDevice.close();
+}
+
+int Child::wait(int* exitCode) {
+    ACE_exitcode status = 0;
+    if (state_->process.wait(&status) == ACE_INVALID_PID) {
+        return lastError();
+    }
+    *exitCode = static_cast<int>(status);
+    return 0;
 }
 
 int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count) {
@@ -111,22 +132,6 @@ int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count) {
         return lastError();
     }
     *count = n;
-    return 0;
-}
-
-int closeHandle(ACE_HANDLE handle) {
-    if (handle != ACE_INVALID_HANDLE && !CloseHandle(handle)) {
-        return lastError();
-    }
-    return 0;
-}
-
-int waitForExit(ACE_Process& process, int* exitCode) {
-    ACE_exitcode status = 0;
-    if (process.wait(&status) == ACE_INVALID_PID) {
-        return lastError();
-    }
-    *exitCode = static_cast<int>(status);
     return 0;
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
@@ -23,8 +25,9 @@ TEST(Runner, OutputArrivesExactlyWithNulAfterEachPieceAndTheExitCodeIsReturned) 
     EXPECT_TRUE(out.nulAfterEveryPiece);
 }
 
+// The child writes (and flushes) each text in turn into the one pipe both streams share.
 TEST(Runner, StandardErrorArrivesInTheSameSequenceAsStandardOutput) {
-    EXPECT_EQ(launch(child("out 1\\n sleep 50 err 2\\n sleep 50 out 3\\n err 4\\n")),
+    EXPECT_EQ(launch(child("out 1\\n err 2\\n out 3\\n err 4\\n")),
               (Result{0, "1\n2\n3\n4\n"}));
 }
 
@@ -109,25 +112,32 @@ TEST(Runner, SmallCapacityGivesPiecesOfCapacityLessOne) {
     EXPECT_TRUE(out.nulAfterEveryPiece);
 }
 
-// An observer that keeps all output in one buffer, handing out its unused tail.
+// An observer that keeps all output in one buffer, handing out its unused tail, five bytes
+// at most, so that the output arrives in several pieces.
 class TailObserver : public IBlockingProcessObserver {
   public:
-    char data[4096];
+    char data[64];
     int used = 0;
+    std::vector<int> pieces;
     void GetOutputBuffer(char** buffer, int* capacity) override {
         *buffer = data + used;
-        *capacity = static_cast<int>(sizeof data) - used;
+        *capacity = std::min(5, static_cast<int>(sizeof data) - used);
     }
-    void OutputReceived(int count) override { used += count; }
+    void OutputReceived(int count) override {
+        pieces.push_back(count);
+        used += count;
+    }
 };
 
 TEST(Runner, ObserverCanGatherIntoOneBufferByHandingOutItsTail) {
     TailObserver out;
-    EXPECT_EQ(LaunchBlockingProcess(
-                  child("out a\\n sleep 50 out bb\\n sleep 50 out ccc\\n").c_str(), &out),
-              0);
+    EXPECT_EQ(LaunchBlockingProcess(child("out a\\nbb\\nccc\\n").c_str(), &out), 0);
     EXPECT_EQ(std::string(out.data), "a\nbb\nccc\n");
     EXPECT_EQ(out.used, 9);
+    ASSERT_GE(out.pieces.size(), 3u); // 9 bytes, 4 at most a piece
+    for (const int piece : out.pieces) {
+        EXPECT_LE(piece, 4);
+    }
 }
 
 TEST(Runner, DoublePercentRunsAsOnePercent) {
@@ -147,14 +157,18 @@ TEST(Runner, LargeOutputArrivesWhole) {
 
 // A child started while another call's inheritable copies exist would inherit them and hold
 // that call's output open until it ended. So every short run here must come back while the
-// long children of three other threads still live.
+// long children of three other threads still live: those are ended only after the short runs
+// are done, or after two minutes, when a short run held open would otherwise never return.
 TEST(Runner, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
     std::mutex mutex;
+    std::condition_variable changed;
     std::vector<long> longPids;
-    std::atomic<int> longDone(0);
+    bool shortRunsDone = false;
+    std::atomic<bool> longChildrenKilled(false);
     // Records the process id the long child prints first.
     struct PidCollector : Collector {
         std::mutex* mutex = nullptr;
+        std::condition_variable* changed = nullptr;
         std::vector<long>* pids = nullptr;
         bool told = false;
         void onPiece() override {
@@ -162,6 +176,7 @@ TEST(Runner, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
                 told = true;
                 std::lock_guard<std::mutex> lock(*mutex);
                 pids->push_back(std::atol(output.c_str()));
+                changed->notify_all();
             }
         }
     };
@@ -170,27 +185,48 @@ TEST(Runner, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
         longRuns.emplace_back([&] {
             PidCollector out;
             out.mutex = &mutex;
+            out.changed = &changed;
             out.pids = &longPids;
             LaunchBlockingProcess(child("pid sleep 600000").c_str(), &out);
-            ++longDone;
         });
     }
-    for (bool started = false; !started; std::this_thread::yield()) {
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    bool allStarted = false;
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        allStarted = changed.wait_until(lock, giveUp, [&] { return longPids.size() == 3; });
+    }
+    std::vector<Result> shortResults;
+    int returnedWhileLongChildrenLived = 0;
+    std::thread shortRuns([&] {
+        for (int i = 0; allStarted && i < 30; ++i) {
+            shortResults.push_back(launch(child("out short")));
+            returnedWhileLongChildrenLived += longChildrenKilled ? 0 : 1;
+        }
         std::lock_guard<std::mutex> lock(mutex);
-        started = longPids.size() == 3;
+        shortRunsDone = true;
+        changed.notify_all();
+    });
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait_until(lock, giveUp, [&] { return shortRunsDone; });
     }
-    for (int i = 0; i < 30; ++i) {
-        EXPECT_EQ(launch(child("out short")), (Result{0, "short"}));
-    }
-    // Had a long child held a short run open, that run would have ended only with it.
-    EXPECT_EQ(longDone.load(), 0);
-    for (const long pid : longPids) {
-        killProcess(pid);
+    longChildrenKilled = true;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        for (const long pid : longPids) {
+            killProcess(pid);
+        }
     }
     for (std::thread& thread : longRuns) {
         thread.join();
     }
-    EXPECT_EQ(longDone.load(), 3);
+    shortRuns.join();
+    ASSERT_TRUE(allStarted) << "the three long children did not all start within two minutes";
+    EXPECT_EQ(returnedWhileLongChildrenLived, 30)
+        << "a short run came back only once the long children were killed: one of them held "
+           "its output open";
+    EXPECT_EQ(shortResults, std::vector<Result>(30, Result{0, "short"}));
 }
 
 } // namespace
