@@ -63,6 +63,12 @@ TEST(HistoryReader, NestedVersionIsStoredTwiceWithTheInnerValues) {
               "inner|i|[b]\ninner|i|[b]\n");
 }
 
+TEST(HistoryReader, NestedVersionWithoutADateDoesNotKeepTheDateOfTheVersionAroundIt) {
+    EXPECT_EQ(versionsIn(wrap("<Version number=\"outer\" date=\"o\"><Version number=\"inner\"/>"
+                              "</Version>")),
+              "inner||\ninner||\n");
+}
+
 TEST(HistoryReader, DescriptionAfterANestedVersionEndsJoinsTheOuterCopyOnly) {
     EXPECT_EQ(versionsIn(wrap("<Version number=\"outer\"><Version number=\"inner\">"
                               "<FeatureDescription>b</FeatureDescription></Version>"

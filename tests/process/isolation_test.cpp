@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include "collector.h"
+#include "support/forked.h"
 #include "support/open_files.h"
 #include "support/other_spawns.h"
 
@@ -74,10 +75,13 @@ TEST(Isolation, NoDescriptorLeaksOver1000Runs) {
     EXPECT_EQ(openDescriptorCount(), before);
 }
 
+// What a run gave, as one text to compare: "code C, output 'O'".
+std::string described(int code, const std::string& output) {
+    return "code " + std::to_string(code) + ", output '" + output + "'";
+}
+
 TEST(Isolation, CallerWithStandardDescriptorsClosedStillGetsACorrectRun) {
-    const pid_t helper = fork();
-    ASSERT_GE(helper, 0);
-    if (helper == 0) {
+    const std::string report = inForkedChild([] {
         close(0);
         close(1);
         close(2);
@@ -86,27 +90,39 @@ TEST(Isolation, CallerWithStandardDescriptorsClosedStillGetsACorrectRun) {
             shell("echo out; echo err >&2; cat; ls /proc/self/fd; exit 4").c_str(), &out);
         const bool stillClosed =
             fcntl(0, F_GETFD) == -1 && fcntl(1, F_GETFD) == -1 && fcntl(2, F_GETFD) == -1;
-        _exit(code == 4 && out.output == "out\nerr\n" + kOnlyStandardDescriptors && stillClosed
-                  ? 0
-                  : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(helper, &status, 0), helper);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        return described(code, out.output) + (stillClosed ? "" : ", 0-2 no longer closed");
+    });
+    EXPECT_EQ(report, described(4, "out\nerr\n" + kOnlyStandardDescriptors));
 }
 
 TEST(Isolation, CallerWithOnlyStandardErrorClosedStillGetsACorrectRun) {
-    const pid_t helper = fork();
-    ASSERT_GE(helper, 0);
-    if (helper == 0) {
+    const std::string report = inForkedChild([] {
         close(2);
         Collector out;
         const int code = LaunchBlockingProcess(shell("echo err >&2; exit 6").c_str(), &out);
-        _exit(code == 6 && out.output == "err\n" ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(helper, &status, 0), helper);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        return described(code, out.output);
+    });
+    EXPECT_EQ(report, described(6, "err\n"));
+}
+
+// Unread input of the caller's own stays where it is: the child's input is the null device.
+TEST(Isolation, ChildNeverReadsTheCallersStandardInput) {
+    int input[2];
+    ASSERT_EQ(pipe(input), 0);
+    ASSERT_EQ(write(input[1], "caller's input\n", 15), 15);
+    close(input[1]);
+    const int saved = dup(0);
+    ASSERT_GE(saved, 0);
+    ASSERT_EQ(dup2(input[0], 0), 0);
+    close(input[0]);
+    const Result run = launch(child("stdin out done"));
+    char left[64] = {0};
+    const ssize_t unread = read(0, left, sizeof left);
+    dup2(saved, 0);
+    close(saved);
+    EXPECT_EQ(run, (Result{0, "stdin: 0 bytes\ndone"}));
+    EXPECT_EQ(std::string(left, unread > 0 ? static_cast<std::size_t>(unread) : 0),
+              "caller's input\n");
 }
 
 TEST(Isolation, EightThreadsEachGetTheirOwnOutputAndCode) {

@@ -56,7 +56,7 @@ TEST(Runner, CapacityOfOneEndsTheReadingAndTheRunnerOnlyWaits) {
 }
 
 // Hands out the same buffer and capacity every time; the buffer sits between guard bytes
-// that no read may touch.
+// that no read may touch, with no spare byte after the capacity it hands out.
 class FixedObserver : public IBlockingProcessObserver {
   public:
     FixedObserver(bool nullBuffer, int capacity) : nullBuffer_(nullBuffer), capacity_(capacity) {
@@ -64,18 +64,32 @@ class FixedObserver : public IBlockingProcessObserver {
     }
     int bufferCalls = 0;
     int pieces = 0;
+    std::string output;
+    bool nulAfterEveryPiece = true;
 
     void GetOutputBuffer(char** buffer, int* capacity) override {
         ++bufferCalls;
-        *buffer = nullBuffer_ ? nullptr : memory_.data() + 64;
+        *buffer = nullBuffer_ ? nullptr : memory_.data() + kStart;
         *capacity = capacity_;
     }
-    void OutputReceived(int) override { ++pieces; }
-    bool untouched() const {
-        return std::all_of(memory_.begin(), memory_.end(), [](char c) { return c == 'g'; });
+    void OutputReceived(int count) override {
+        ++pieces;
+        output.append(memory_.data() + kStart, static_cast<std::size_t>(count));
+        nulAfterEveryPiece = nulAfterEveryPiece && memory_[kStart + count] == '\0';
+    }
+    // Whether every byte outside the capacity handed out is as it was.
+    bool guardsUntouched() const {
+        const int end = kStart + std::max(capacity_, 0);
+        for (int i = 0; i < static_cast<int>(memory_.size()); ++i) {
+            if ((i < kStart || i >= end) && memory_[static_cast<std::size_t>(i)] != 'g') {
+                return false;
+            }
+        }
+        return true;
     }
 
   private:
+    static const int kStart = 64;
     std::array<char, 128> memory_;
     bool nullBuffer_;
     int capacity_;
@@ -93,7 +107,7 @@ TEST(Runner, CapacityOfZeroEndsTheReadingWithoutWritingToTheBuffer) {
     EXPECT_EQ(LaunchBlockingProcess(child("out hello exit 3").c_str(), &observer), 3);
     EXPECT_EQ(observer.bufferCalls, 1);
     EXPECT_EQ(observer.pieces, 0);
-    EXPECT_TRUE(observer.untouched());
+    EXPECT_TRUE(observer.guardsUntouched());
 }
 
 TEST(Runner, NegativeCapacityEndsTheReadingWithoutWritingToTheBuffer) {
@@ -101,15 +115,16 @@ TEST(Runner, NegativeCapacityEndsTheReadingWithoutWritingToTheBuffer) {
     EXPECT_EQ(LaunchBlockingProcess(child("out hello exit 4").c_str(), &observer), 4);
     EXPECT_EQ(observer.bufferCalls, 1);
     EXPECT_EQ(observer.pieces, 0);
-    EXPECT_TRUE(observer.untouched());
+    EXPECT_TRUE(observer.guardsUntouched());
 }
 
 TEST(Runner, SmallCapacityGivesPiecesOfCapacityLessOne) {
-    Collector out(4);
+    FixedObserver out(false, 4);
     EXPECT_EQ(LaunchBlockingProcess(child("out abcdefghi").c_str(), &out), 0);
     EXPECT_EQ(out.output, "abcdefghi");
     EXPECT_EQ(out.pieces, 3);
     EXPECT_TRUE(out.nulAfterEveryPiece);
+    EXPECT_TRUE(out.guardsUntouched());
 }
 
 // An observer that keeps all output in one buffer, handing out its unused tail, five bytes

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "collector.h"
+#include "support/forked.h"
 #include "support/open_files.h"
 #include "support/temp_file.h"
 
@@ -162,6 +163,13 @@ struct CallerStreams {
     int output[2];
 };
 
+// What one run at a lowered open-file limit gave, for the report.
+std::string describedRun(int extra, int code, int error, const Collector& out) {
+    return "limit +" + std::to_string(extra) + ": code " + std::to_string(code) + ", errno " +
+           std::to_string(error) + ", " + std::to_string(out.bufferCalls + out.pieces) +
+           " observer calls, output '" + out.output + "'\n";
+}
+
 TEST(StartFailure, DescriptorLimitNeverGivesTheChildTheCallersStreams) {
     // A helper process whose standard input holds unread text and whose standard output and
     // error go to a pipe this test reads, runs the child at each open-file limit from one
@@ -177,9 +185,7 @@ TEST(StartFailure, DescriptorLimitNeverGivesTheChildTheCallersStreams) {
     ASSERT_EQ(pipe(caller.output), 0);
     ASSERT_EQ(write(caller.input[1], "caller's input\n", 15), 15);
     close(caller.input[1]);
-    const pid_t helper = fork();
-    ASSERT_GE(helper, 0);
-    if (helper == 0) {
+    const std::string report = inForkedChild([&] {
         dup2(caller.input[0], 0);
         dup2(caller.output[1], 1);
         dup2(caller.output[1], 2);
@@ -188,7 +194,7 @@ TEST(StartFailure, DescriptorLimitNeverGivesTheChildTheCallersStreams) {
         close(caller.output[1]);
         const std::string command = child("stdin out ran");
         const int base = openDescriptorCount();
-        int wrong = 0;
+        std::string wrong;
         bool lastWhole = false;
         for (int extra = 1; extra <= 10; ++extra) {
             struct rlimit limit;
@@ -208,15 +214,20 @@ TEST(StartFailure, DescriptorLimitNeverGivesTheChildTheCallersStreams) {
             // pipe's two ends, the null device, the start counter); above, each run either
             // works whole or is refused, depending on whether the child's copies fit too.
             if (extra <= 3 ? !refused : !(whole || refused)) {
-                ++wrong;
+                wrong += describedRun(extra, code, error, out);
             }
             lastWhole = whole;
         }
+        if (!lastWhole) {
+            wrong += "the run at the highest limit was not whole\n";
+        }
         // The caller's input is still there, unread.
         char left[64] = {0};
-        const bool inputUntouched = read(0, left, sizeof left) == 15;
-        _exit(wrong == 0 && lastWhole && inputUntouched ? 0 : 1);
-    }
+        if (read(0, left, sizeof left) != 15) {
+            wrong += "the caller's input was read\n";
+        }
+        return wrong;
+    });
     close(caller.input[0]);
     close(caller.output[1]);
     std::string written;
@@ -225,10 +236,26 @@ TEST(StartFailure, DescriptorLimitNeverGivesTheChildTheCallersStreams) {
         written.append(piece, static_cast<size_t>(n));
     }
     close(caller.output[0]);
-    int status = 0;
-    ASSERT_EQ(waitpid(helper, &status, 0), helper);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(report, "");
     EXPECT_EQ(written, "");
+}
+
+// With every descriptor the limit allows in use, not even the pipe can be made.
+TEST(StartFailure, NoDescriptorLeftForThePipeGives127WithTooManyFiles) {
+    const std::string report = inForkedChild([] {
+        struct rlimit limit;
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = 64;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        while (open("/dev/null", O_RDONLY) >= 0) {
+        }
+        Collector out;
+        errno = 0;
+        const int code = LaunchBlockingProcess("true", &out);
+        return describedRun(0, code, errno, out);
+    });
+    Collector none;
+    EXPECT_EQ(report, describedRun(0, 127, EMFILE, none));
 }
 
 } // namespace

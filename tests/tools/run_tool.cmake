@@ -1,7 +1,7 @@
 # Runs the tool once and checks its exit status, its stdout (against a golden file or a
 # regular expression) and its stderr (against a regular expression).
 #   -DTOOL=... -DARGS="a|b" -DRC=n [-DGOLDEN=file] [-DSTDOUT=regex] [-DSTDERR=regex]
-#   [-DWORKDIR=dir]
+#   [-DWORKDIR=dir] [-DACTUAL=file (where stdout goes when it differs from the golden file)]
 string(REPLACE "|" ";" ARGS "${ARGS}")
 if(NOT WORKDIR)
   set(WORKDIR .)
@@ -14,8 +14,10 @@ endif()
 if(GOLDEN)
   file(READ ${GOLDEN} expected)
   if(NOT out STREQUAL expected)
-    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/actual.out "${out}")
-    message(FATAL_ERROR "stdout differs from ${GOLDEN}:\n${out}")
+    if(ACTUAL)
+      file(WRITE ${ACTUAL} "${out}")
+    endif()
+    message(FATAL_ERROR "stdout differs from ${GOLDEN} (kept in ${ACTUAL}):\n${out}")
   endif()
 endif()
 if(DEFINED STDOUT AND NOT out MATCHES "${STDOUT}")
