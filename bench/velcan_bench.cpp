@@ -239,7 +239,7 @@ double eventsTo(const std::string& out, const std::string& doc, bool tool) {
     close(sink);
     const double t = seconds([&] {
         if (tool) {
-            eventsCommand(doc.c_str());
+            eventsCommand({doc.c_str()});
         } else {
             baseline::printEvents(doc.c_str());
         }

@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "history/pieces.h"
 #include "json.h"
+#include "report.h"
 
 namespace {
 
@@ -120,13 +121,15 @@ class EventPrinter : public expatpp {
 
 } // namespace
 
-int eventsCommand(const char* path) {
-    if (!checkReadable(path)) {
-        return kExitFailure;
+int eventsCommand(const Arguments& args) {
+    if (args.size() != 1 || isOption(args[0])) {
+        return usageError("events: expects exactly one FILE");
     }
-    FILE* file = std::fopen(path, "r");
+    const char* path = args[0];
+    std::string reason;
+    std::FILE* file = openForReading(path, &reason);
     if (file == nullptr) {
-        reportError(std::string("cannot open ") + path + ": " + std::strerror(errno));
+        reportError(std::string("cannot open ") + path + ": " + reason);
         return kExitFailure;
     }
     EventPrinter printer;
@@ -136,8 +139,11 @@ int eventsCommand(const char* path) {
     if (wellFormed) {
         std::printf("status ok\n");
     } else {
-        std::printf("status error line %d: %s\n", printer.XML_GetCurrentLineNumber(),
-                    XML_ErrorString(printer.XML_GetErrorCode()));
+        // The event stream ends with the status; stderr says it as every command does.
+        const int line = printer.XML_GetCurrentLineNumber();
+        const char* message = XML_ErrorString(printer.XML_GetErrorCode());
+        std::printf("status error line %d: %s\n", line, message);
+        reportError(std::string(path) + ":" + std::to_string(line) + ": " + message);
     }
     written = std::fflush(stdout) == 0 && written;
     return wellFormed && written ? 0 : kExitFailure;

@@ -1,11 +1,24 @@
 // velcan history: the version history as VelcanParseUpdateFile returns it.
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include <velcan/velcan.h>
 
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <unistd.h>
+#endif
+
 #include "commands.h"
+#include "history/pieces.h"
 #include "json.h"
+#include "report.h"
+
+#ifndef VELCAN_SAMPLE_RELATIVE
+#define VELCAN_SAMPLE_RELATIVE "../share/velcan/version-history.xml"
+#endif
 
 namespace {
 
@@ -83,15 +96,65 @@ std::string asJson(const TUpdateVersionInfo& info) {
     return out;
 }
 
+// The sample history installed with the tool: share/velcan beside its bin folder (the build
+// tree keeps a copy in the same place relative to the tool).
+std::string sampleFile() {
+    std::string self;
+#if defined(_WIN32)
+    char path[MAX_PATH + 1];
+    const DWORD n = GetModuleFileNameA(nullptr, path, sizeof path);
+    self.assign(path, n < sizeof path ? n : 0);
+#else
+    char path[4096];
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path);
+    self.assign(path, n > 0 ? static_cast<size_t>(n) : 0);
+#endif
+    return self.substr(0, self.find_last_of("/\\") + 1) + VELCAN_SAMPLE_RELATIVE;
+}
+
+// The reader says nothing of why a record is empty: the file's own XML error, if any, read
+// again from the start by a plain reader fed as the history reader is fed.
+bool reportXmlError(std::FILE* file, const char* path) {
+    std::rewind(file);
+    expatpp reader;
+    if (velcan::feedInPieces(file, reader)) {
+        return false;
+    }
+    reportError(std::string(path) + ":" + std::to_string(reader.XML_GetCurrentLineNumber()) +
+                ": " + XML_ErrorString(reader.XML_GetErrorCode()));
+    return true;
+}
+
 } // namespace
 
-int historyCommand(const char* path, bool json) {
-    if (!checkReadable(path)) {
+int historyCommand(const Arguments& args) {
+    const char* path = nullptr;
+    bool json = false;
+    for (const char* arg : args) {
+        if (std::strcmp(arg, "--json") == 0) {
+            json = true;
+        } else if (isOption(arg)) {
+            return usageError(std::string("history: unknown option '") + arg + "'");
+        } else if (path == nullptr) {
+            path = arg;
+        } else {
+            return usageError("history: more than one FILE given");
+        }
+    }
+    const std::string sample = path == nullptr ? sampleFile() : std::string();
+    if (path == nullptr) {
+        path = sample.c_str();
+    }
+    std::string reason;
+    std::FILE* file = openForReading(path, &reason);
+    if (file == nullptr) {
+        reportError(std::string("cannot open ") + path + ": " + reason);
         return kExitFailure;
     }
     const TUpdateVersionInfo info = VelcanParseUpdateFile(path);
-    // An empty record may hide an XML error: the reader cannot say, so look for one.
-    if (info.versions.empty() && !checkWellFormed(path)) {
+    const bool failed = info.versions.empty() && reportXmlError(file, path);
+    std::fclose(file);
+    if (failed) {
         return kExitFailure;
     }
     const std::string out = json ? asJson(info) : asText(info);

@@ -9,16 +9,21 @@
 #include <string>
 #include <vector>
 
-#include <sys/stat.h>
-
 #include <velcan/velcan.h>
 
-#include "commands.h"
-#include "history/pieces.h"
 #include "history/ascii.h"
+#include "history/pieces.h"
 #include "json.h"
+#include "report.h"
 
 namespace {
+
+// Where the parser is, 1-based: the column of the current event, or of an error.
+int columnOf(expatpp& reader) {
+    return static_cast<int>(
+               ::XML_GetCurrentColumnNumber(static_cast<XML_Parser>(static_cast<void*>(reader)))) +
+           1;
+}
 
 enum class Kind { Version, FeatureDescription, Other };
 
@@ -38,7 +43,7 @@ class LintReader : public expatpp {
     void startElement(const char* name, const char** atts) override {
         const Kind kind = kindOf(name);
         const int line = XML_GetCurrentLineNumber();
-        const int column = currentColumn();
+        const int column = columnOf(*this);
         checkLetterCase(name, kind);
         if (const Open* description = innermost(Kind::FeatureDescription)) {
             if (kind == Kind::FeatureDescription) {
@@ -93,7 +98,7 @@ class LintReader : public expatpp {
     void defaultHandler(const char* s, int len) override {
         if (len > 1 && s[0] == '&' && s[len - 1] == ';' &&
             innermost(Kind::FeatureDescription) != nullptr) {
-            warn(XML_GetCurrentLineNumber(), currentColumn(),
+            warn(XML_GetCurrentLineNumber(), columnOf(*this),
                  "entity reference " + std::string(s, static_cast<size_t>(len)) +
                      " is not expanded: its text is missing from the description");
         }
@@ -110,11 +115,6 @@ class LintReader : public expatpp {
         return Kind::Other;
     }
 
-    int currentColumn() {
-        return static_cast<int>(::XML_GetCurrentColumnNumber(
-                   static_cast<XML_Parser>(static_cast<void*>(*this)))) +
-               1;
-    }
 
     const Open* innermost(Kind kind) const {
         for (auto it = open_.rbegin(); it != open_.rend(); ++it) {
@@ -130,7 +130,7 @@ class LintReader : public expatpp {
                             : kind == Kind::FeatureDescription ? "FeatureDescription"
                                                                : nullptr;
         if (usual != nullptr && std::strcmp(name, usual) != 0) {
-            warn(XML_GetCurrentLineNumber(), currentColumn(),
+            warn(XML_GetCurrentLineNumber(), columnOf(*this),
                  std::string("element '") + name + "' is read as '" + usual +
                      "' (the letter case differs)");
         }
@@ -167,7 +167,7 @@ class LintReader : public expatpp {
 
     void checkAttributeCase(const char* name, const char* usual) {
         if (std::strcmp(name, usual) != 0) {
-            warn(XML_GetCurrentLineNumber(), currentColumn(),
+            warn(XML_GetCurrentLineNumber(), columnOf(*this),
                  std::string("attribute '") + name + "' is read as '" + usual +
                      "' (the letter case differs)");
         }
@@ -188,18 +188,11 @@ class LintReader : public expatpp {
 
 std::vector<LintFinding> lintHistoryFile(const std::string& path) {
     std::vector<LintFinding> findings;
-    FILE* file = std::fopen(path.c_str(), "r");
-    struct stat st;
-    int openError = file == nullptr ? errno : 0;
-    if (file != nullptr && fstat(fileno(file), &st) == 0 && S_ISDIR(st.st_mode)) {
-        std::fclose(file);
-        file = nullptr;
-        openError = EISDIR;
-    }
+    std::string reason;
+    std::FILE* file = openForReading(path.c_str(), &reason);
     if (file == nullptr) {
-        findings.push_back({path, 1, 1, true,
-                            std::string("cannot open: ") + std::strerror(openError) +
-                                ": the reader returns an empty history"});
+        findings.push_back(
+            {path, 1, 1, true, "cannot open: " + reason + ": the reader returns an empty history"});
         return findings;
     }
     LintReader reader(path, findings);
@@ -207,9 +200,7 @@ std::vector<LintFinding> lintHistoryFile(const std::string& path) {
     std::fclose(file);
     if (!wellFormed) {
         const XML_Error code = reader.XML_GetErrorCode();
-        const int column = static_cast<int>(::XML_GetCurrentColumnNumber(
-                               static_cast<XML_Parser>(static_cast<void*>(reader)))) +
-                           1;
+        const int column = columnOf(reader);
         const std::string what = code == XML_ERROR_NOT_STANDALONE
                                      ? "not standalone (it refers to an external DTD)"
                                      : std::string("not well formed: ") + XML_ErrorString(code);

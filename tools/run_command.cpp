@@ -8,7 +8,8 @@
 #include <velcan/velcan.h>
 
 #include "commands.h"
-#include "process/command_line.h"
+#include "report.h"
+#include "run_line.h"
 
 namespace {
 
@@ -36,64 +37,33 @@ class StdoutRelay : public IBlockingProcessObserver {
     bool failed_ = false;
 };
 
-} // namespace
-
-namespace {
-
-// One argument in the form the runner's splitting gives back as it is: "%" doubled; bare
-// when it has no space or quote; otherwise between the one kind of quote it does not hold.
-std::string quoted(const char* arg) {
-    std::string word;
-    for (const char* c = arg; *c != '\0'; ++c) {
-        word += *c == '%' ? "%%" : std::string(1, *c);
-    }
-    if (!word.empty() && word.find_first_of(" \"'") == std::string::npos) {
-        return word;
-    }
-    if (word.find('"') == std::string::npos) {
-        return '"' + word + '"';
-    }
-    if (word.find('\'') == std::string::npos) {
-        return '\'' + word + '\'';
-    }
-    return word; // holds both kinds of quote: the check below decides
+// Whether a word has nothing but spaces: no program name at all.
+bool isBlank(const char* word) {
+    return word[std::strspn(word, " ")] == '\0';
 }
 
 } // namespace
 
-bool commandLineFromArguments(const std::vector<const char*>& args, std::string* line,
-                              std::string* problem) {
-    line->clear();
-    for (const char* arg : args) {
-        *line += line->empty() ? quoted(arg) : " " + quoted(arg);
+int runCommand(const Arguments& given) {
+    Arguments args = given;
+    if (!args.empty() && std::strcmp(args[0], "--") == 0) {
+        args.erase(args.begin());
+    } else if (!args.empty() && isOption(args[0])) {
+        return usageError(std::string("run: unknown option '") + args[0] + "'");
     }
-    // Taken only if the runner's own splitting gives back every argument exactly.
-    velcan::CommandLine parsed;
-    const int refusal = velcan::parseCommandLine(line->c_str(), &parsed);
-    if (refusal == E2BIG) {
-        return true; // too long or too many words: the runner refuses it, and says why
+    if (args.empty() || isBlank(args[0])) {
+        return usageError("run: expects a COMMAND");
     }
-    const int count = refusal == 0 ? parsed.argumentCount : 0;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (static_cast<int>(i) >= count || std::strcmp(parsed.arguments[i], args[i]) != 0) {
-            *problem = "argument " + std::to_string(i + 1) + " ('" + args[i] +
-                       "') cannot be passed as it is: the command line has no form for it";
-            return false;
-        }
+    std::string line;
+    std::string problem;
+    if (!commandLineFromArguments(args, &line, &problem)) {
+        return usageError("run: " + problem);
     }
-    if (count != static_cast<int>(args.size())) {
-        *problem = "the arguments cannot be passed as they are";
-        return false;
-    }
-    return true;
-}
-
-int runCommand(const std::string& commandLine) {
     StdoutRelay relay;
     errno = 0;
-    const int code = LaunchBlockingProcess(commandLine.c_str(), &relay);
+    const int code = LaunchBlockingProcess(line.c_str(), &relay);
     if (code == 127 && errno != 0) {
-        reportError("cannot run '" + commandLine + "': " + std::strerror(errno));
+        reportError("cannot run '" + line + "': " + std::strerror(errno));
     }
     return code;
 }

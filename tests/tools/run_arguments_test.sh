@@ -36,6 +36,16 @@ argument_the_command_line_cannot_express_is_a_usage_error_and_nothing_runs() {
   [ ! -e "$marker" ] || { rm -f "$marker"; fail "the command ran"; }
 }
 
+empty_or_blank_command_is_a_usage_error() {
+  local rc err word
+  for word in '' '  '; do
+    rc=0
+    err=$("$tool" run "$word" x 2>&1 >/dev/null) || rc=$?
+    [ "$rc" -eq 2 ] || fail "exit status $rc for '$word', expected 2"
+    [[ $err == "velcan: run: expects a COMMAND"* ]] || fail "unexpected message: $err"
+  done
+}
+
 child_exiting_127_is_not_reported_as_a_failure_to_run() {
   local rc=0 err
   err=$("$tool" run sh -c 'exit 127' 2>&1) || rc=$?

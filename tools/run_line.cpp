@@ -1,0 +1,56 @@
+#include "run_line.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "process/command_line.h"
+
+namespace {
+
+// One argument in the form the runner's splitting gives back as it is: "%" doubled; bare
+// when it has no space or quote; otherwise between the one kind of quote it does not hold.
+std::string quoted(const char* arg) {
+    std::string word;
+    for (const char* c = arg; *c != '\0'; ++c) {
+        word += *c == '%' ? "%%" : std::string(1, *c);
+    }
+    if (!word.empty() && word.find_first_of(" \"'") == std::string::npos) {
+        return word;
+    }
+    if (word.find('"') == std::string::npos) {
+        return '"' + word + '"';
+    }
+    if (word.find('\'') == std::string::npos) {
+        return '\'' + word + '\'';
+    }
+    return word; // holds both kinds of quote: the check below decides
+}
+
+} // namespace
+
+bool commandLineFromArguments(const std::vector<const char*>& args, std::string* line,
+                              std::string* problem) {
+    line->clear();
+    for (const char* arg : args) {
+        *line += line->empty() ? quoted(arg) : " " + quoted(arg);
+    }
+    // Taken only if the runner's own splitting gives back every argument exactly.
+    velcan::CommandLine parsed;
+    const int refusal = velcan::parseCommandLine(line->c_str(), &parsed);
+    if (refusal == E2BIG) {
+        return true; // too long or too many words: the runner refuses it, and says why
+    }
+    const int count = refusal == 0 ? parsed.argumentCount : 0;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (static_cast<int>(i) >= count || std::strcmp(parsed.arguments[i], args[i]) != 0) {
+            *problem = "argument " + std::to_string(i + 1) + " ('" + args[i] +
+                       "') cannot be passed as it is: the command line has no form for it";
+            return false;
+        }
+    }
+    if (count != static_cast<int>(args.size())) {
+        *problem = "the arguments cannot be passed as they are";
+        return false;
+    }
+    return true;
+}
