@@ -20,13 +20,27 @@ inline void putJson(const char* s, size_t n) {
     for (size_t i = 0; i < n; ++i) {
         const unsigned char c = static_cast<unsigned char>(s[i]);
         switch (c) {
-        case '"': put("\\\"", 2); break;
-        case '\\': put("\\\\", 2); break;
-        case '\b': put("\\b", 2); break;
-        case '\f': put("\\f", 2); break;
-        case '\n': put("\\n", 2); break;
-        case '\r': put("\\r", 2); break;
-        case '\t': put("\\t", 2); break;
+        case '"':
+            put("\\\"", 2);
+            break;
+        case '\\':
+            put("\\\\", 2);
+            break;
+        case '\b':
+            put("\\b", 2);
+            break;
+        case '\f':
+            put("\\f", 2);
+            break;
+        case '\n':
+            put("\\n", 2);
+            break;
+        case '\r':
+            put("\\r", 2);
+            break;
+        case '\t':
+            put("\\t", 2);
+            break;
         default:
             if (c < 0x20 || c == 0x7f) {
                 const char u[6] = {'\\', 'u', '0', '0', hex[c >> 4], hex[c & 0xf]};

@@ -12,9 +12,9 @@ inline long generateHistory(const std::string& path, long bytes) {
     if (out == nullptr) {
         return -1;
     }
-    static const char* const words[] = {"faster", "import", "drawing", "layer", "export",
-                                        "printing", "snapping", "network", "fonts", "preview",
-                                        "autosave", "plug-ins", "grid", "colours", "shapes"};
+    static const char* const words[] = {"faster",   "import",   "drawing", "layer",   "export",
+                                        "printing", "snapping", "network", "fonts",   "preview",
+                                        "autosave", "plug-ins", "grid",    "colours", "shapes"};
     std::string text = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<VersionHistory>\n";
     long written = 0;
     long versions = 0;

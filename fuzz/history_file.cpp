@@ -16,7 +16,9 @@
 namespace {
 FILE* leftOpen = nullptr;
 
-template <typename F> F real(const char* name) { return reinterpret_cast<F>(dlsym(RTLD_NEXT, name)); }
+template <typename F> F real(const char* name) {
+    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
+}
 
 const std::string& inputPath() {
     static const std::string path = [] {

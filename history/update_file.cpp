@@ -13,8 +13,8 @@ TUpdateVersionInfo VelcanParseUpdateFile(const char* path) {
     TUpdateFileParser reader;
     const bool parserMade = static_cast<void*>(reader) != nullptr;
     const bool wellFormed = parserMade && velcan::feedInPieces(file, reader);
-    const bool memoryRanOut = !parserMade || reader.outOfMemory() ||
-                              reader.XML_GetErrorCode() == XML_ERROR_NO_MEMORY;
+    const bool memoryRanOut =
+        !parserMade || reader.outOfMemory() || reader.XML_GetErrorCode() == XML_ERROR_NO_MEMORY;
     // By design, a history whose XML is malformed leaves its file open; reading it whole,
     // or running out of memory (no fault of the file's), closes it.
     if (wellFormed || memoryRanOut) {

@@ -76,8 +76,8 @@ int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* obs
     int error = pipe.writeEnd.close();
     // Before the first GetOutputBuffer, so a child that could not start gets none. Without
     // an observer the output is never read, and the start is confirmed once the child ends.
-    if (int failure = child.confirmStart(observer != nullptr ? pipe.readEnd.get()
-                                                             : ACE_INVALID_HANDLE)) {
+    if (int failure =
+            child.confirmStart(observer != nullptr ? pipe.readEnd.get() : ACE_INVALID_HANDLE)) {
         return notRun(failure);
     }
     keep(&error, child.releaseStart());

@@ -75,9 +75,8 @@ Child::~Child() = default;
 int Child::start(const char* commandLine, ACE_HANDLE output) {
     State& s = *state_;
     s.options = makeProcessOptions(commandLine);
-    s.nullDevice = Handle(ACE_OS::open("nul", O_RDONLY,
-                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                       nullptr));
+    s.nullDevice = Handle(ACE_OS::open(
+        "nul", O_RDONLY, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr));
     if (!s.nullDevice.valid()) {
         return lastError();
     }

@@ -120,8 +120,8 @@ bool reportXmlError(std::FILE* file, const char* path) {
     if (velcan::feedInPieces(file, reader)) {
         return false;
     }
-    reportError(std::string(path) + ":" + std::to_string(reader.XML_GetCurrentLineNumber()) +
-                ": " + XML_ErrorString(reader.XML_GetErrorCode()));
+    reportError(std::string(path) + ":" + std::to_string(reader.XML_GetCurrentLineNumber()) + ": " +
+                XML_ErrorString(reader.XML_GetErrorCode()));
     return true;
 }
 

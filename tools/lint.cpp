@@ -115,7 +115,6 @@ class LintReader : public expatpp {
         return Kind::Other;
     }
 
-
     const Open* innermost(Kind kind) const {
         for (auto it = open_.rbegin(); it != open_.rend(); ++it) {
             if (it->kind == kind) {

@@ -48,8 +48,8 @@ int main(int argc, char** argv) {
     }
     if (name == "--version") {
         const XML_Expat_Version expat = XML_ExpatVersionInfo();
-        std::printf("velcan %s (expat %d.%d.%d)\n", VELCAN_VERSION_STRING, expat.major,
-                    expat.minor, expat.micro);
+        std::printf("velcan %s (expat %d.%d.%d)\n", VELCAN_VERSION_STRING, expat.major, expat.minor,
+                    expat.micro);
         return 0;
     }
     for (const Command& command : kCommands) {

@@ -31,14 +31,17 @@ void expatpp::endElement(const char*) {}
 void expatpp::charData(const char*, int) {}
 void expatpp::processingInstruction(const char*, const char*) {}
 void expatpp::defaultHandler(const char*, int) {}
-int expatpp::notStandaloneHandler() { return 0; }
-void expatpp::unparsedEntityDecl(const char*, const char*, const char*, const char*,
-                                 const char*) {}
+int expatpp::notStandaloneHandler() {
+    return 0;
+}
+void expatpp::unparsedEntityDecl(const char*, const char*, const char*, const char*, const char*) {}
 void expatpp::notationDecl(const char*, const char*, const char*, const char*) {}
 void expatpp::startNamespace(const char*, const char*) {}
 void expatpp::endNamespace(const char*) {}
 
-expatpp::operator void*() const { return parser; }
+expatpp::operator void*() const {
+    return parser;
+}
 
 int expatpp::XML_Parse(const char* s, int len, int isFinal) {
     return ::XML_Parse(parser, s, len, isFinal);
@@ -48,10 +51,14 @@ int expatpp::XML_GetCurrentLineNumber() {
     return static_cast<int>(::XML_GetCurrentLineNumber(parser));
 }
 
-XML_Error expatpp::XML_GetErrorCode() { return ::XML_GetErrorCode(parser); }
+XML_Error expatpp::XML_GetErrorCode() {
+    return ::XML_GetErrorCode(parser);
+}
 
 namespace {
-expatpp* self(void* userData) { return static_cast<expatpp*>(userData); }
+expatpp* self(void* userData) {
+    return static_cast<expatpp*>(userData);
+}
 } // namespace
 
 void XMLCALL expatpp::startElementCallback(void* userData, const char* name, const char** atts) {
@@ -91,8 +98,7 @@ void XMLCALL expatpp::notationDeclCallback(void* userData, const char* notationN
     self(userData)->notationDecl(notationName, base, systemId, publicId);
 }
 
-void XMLCALL expatpp::startNamespaceCallback(void* userData, const char* prefix,
-                                             const char* uri) {
+void XMLCALL expatpp::startNamespaceCallback(void* userData, const char* prefix, const char* uri) {
     self(userData)->startNamespace(prefix, uri);
 }
 

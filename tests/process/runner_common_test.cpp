@@ -27,8 +27,7 @@ TEST(Runner, OutputArrivesExactlyWithNulAfterEachPieceAndTheExitCodeIsReturned) 
 
 // The child writes (and flushes) each text in turn into the one pipe both streams share.
 TEST(Runner, StandardErrorArrivesInTheSameSequenceAsStandardOutput) {
-    EXPECT_EQ(launch(child("out 1\\n err 2\\n out 3\\n err 4\\n")),
-              (Result{0, "1\n2\n3\n4\n"}));
+    EXPECT_EQ(launch(child("out 1\\n err 2\\n out 3\\n err 4\\n")), (Result{0, "1\n2\n3\n4\n"}));
 }
 
 TEST(Runner, ChildReadingStandardInputSeesTheEndAtOnce) {

@@ -76,8 +76,8 @@ TEST(Runner, NullObserverLeavesAWriterBiggerThanThePipeBlockedUntilKilled) {
     char pidFile[] = "/tmp/velcan-writer-XXXXXX";
     close(mkstemp(pidFile));
     const long size = 10000000;
-    const std::string command = shell(std::string("echo $$ > ") + pidFile +
-                                      "; exec head -c " + std::to_string(size) + " /dev/zero");
+    const std::string command = shell(std::string("echo $$ > ") + pidFile + "; exec head -c " +
+                                      std::to_string(size) + " /dev/zero");
     std::future<int> run = std::async(
         std::launch::async, [&] { return LaunchBlockingProcess(command.c_str(), nullptr); });
     pid_t writer = 0;
@@ -239,11 +239,11 @@ TEST(Runner, InterruptedReadsAndWaitAreRetried) {
         }
         std::ofstream(waitDone.path()) << "go";
     });
-    const int code = LaunchBlockingProcess(
-        shell("echo 1; " + waitForFile(readsDone.path()) + "; echo 2; exec >&- 2>&-; " +
-              waitForFile(waitDone.path()) + "; exit 5")
-            .c_str(),
-        &out);
+    const int code = LaunchBlockingProcess(shell("echo 1; " + waitForFile(readsDone.path()) +
+                                                 "; echo 2; exec >&- 2>&-; " +
+                                                 waitForFile(waitDone.path()) + "; exit 5")
+                                               .c_str(),
+                                           &out);
     finished = true;
     signaller.join();
     // The do-nothing handler stays: a signal still on its way (valgrind delivers late) must

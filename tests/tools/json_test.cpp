@@ -5,21 +5,31 @@
 
 namespace {
 
-std::string quote(const std::string& s) { return jsonString(s); }
+std::string quote(const std::string& s) {
+    return jsonString(s);
+}
 
-TEST(JsonString, PlainTextIsQuoted) { EXPECT_EQ(quote("abc"), "\"abc\""); }
-TEST(JsonString, QuoteAndBackslashAreEscaped) { EXPECT_EQ(quote("a\"b\\c"), "\"a\\\"b\\\\c\""); }
+TEST(JsonString, PlainTextIsQuoted) {
+    EXPECT_EQ(quote("abc"), "\"abc\"");
+}
+TEST(JsonString, QuoteAndBackslashAreEscaped) {
+    EXPECT_EQ(quote("a\"b\\c"), "\"a\\\"b\\\\c\"");
+}
 TEST(JsonString, CommonControlCharactersUseShortEscapes) {
     EXPECT_EQ(quote("\b\f\n\r\t"), "\"\\b\\f\\n\\r\\t\"");
 }
 TEST(JsonString, OtherControlCharactersUseUnicodeEscapes) {
     EXPECT_EQ(quote(std::string("\x01\x1f\x7f", 3)), "\"\\u0001\\u001f\\u007f\"");
 }
-TEST(JsonString, NulByteIsEscaped) { EXPECT_EQ(quote(std::string(1, '\0')), "\"\\u0000\""); }
+TEST(JsonString, NulByteIsEscaped) {
+    EXPECT_EQ(quote(std::string(1, '\0')), "\"\\u0000\"");
+}
 TEST(JsonString, Utf8IsKeptAsItIs) {
     EXPECT_EQ(quote("caf\xc3\xa9 \xe6\x97\xa5 \xf0\x9f\x98\x80"),
               "\"caf\xc3\xa9 \xe6\x97\xa5 \xf0\x9f\x98\x80\"");
 }
-TEST(JsonString, SlashIsLeftAlone) { EXPECT_EQ(quote("a/b"), "\"a/b\""); }
+TEST(JsonString, SlashIsLeftAlone) {
+    EXPECT_EQ(quote("a/b"), "\"a/b\"");
+}
 
 } // namespace

@@ -40,8 +40,8 @@ class Recorder : public expatpp {
     }
     void unparsedEntityDecl(const char* entityName, const char* base, const char* systemId,
                             const char* publicId, const char* notationName) override {
-        add(std::string("unparsed ") + entityName + " " + text(base) + " " + text(systemId) +
-            " " + text(publicId) + " " + text(notationName));
+        add(std::string("unparsed ") + entityName + " " + text(base) + " " + text(systemId) + " " +
+            text(publicId) + " " + text(notationName));
     }
     void notationDecl(const char* notationName, const char* base, const char* systemId,
                       const char* publicId) override {

@@ -52,9 +52,8 @@ class VELCAN_API expatpp {
     // so expat rejects such a document with XML_ERROR_NOT_STANDALONE.
     virtual int notStandaloneHandler();
     // An unparsed entity declaration (one with an NDATA notation).
-    virtual void unparsedEntityDecl(const char* entityName, const char* base,
-                                    const char* systemId, const char* publicId,
-                                    const char* notationName);
+    virtual void unparsedEntityDecl(const char* entityName, const char* base, const char* systemId,
+                                    const char* publicId, const char* notationName);
     // A notation declaration.
     virtual void notationDecl(const char* notationName, const char* base, const char* systemId,
                               const char* publicId);
@@ -76,8 +75,7 @@ class VELCAN_API expatpp {
     XML_Error XML_GetErrorCode();
 
     // expat's handlers: each treats userData as the expatpp object and calls its event.
-    static void XMLCALL startElementCallback(void* userData, const char* name,
-                                             const char** atts);
+    static void XMLCALL startElementCallback(void* userData, const char* name, const char** atts);
     static void XMLCALL endElementCallback(void* userData, const char* name);
     static void XMLCALL charDataCallback(void* userData, const char* s, int len);
     static void XMLCALL processingInstructionCallback(void* userData, const char* target,
@@ -86,13 +84,11 @@ class VELCAN_API expatpp {
     static int XMLCALL notStandaloneHandlerCallback(void* userData);
     static void XMLCALL unParsedEntityDeclCallback(void* userData, const char* entityName,
                                                    const char* base, const char* systemId,
-                                                   const char* publicId,
-                                                   const char* notationName);
+                                                   const char* publicId, const char* notationName);
     static void XMLCALL notationDeclCallback(void* userData, const char* notationName,
                                              const char* base, const char* systemId,
                                              const char* publicId);
-    static void XMLCALL startNamespaceCallback(void* userData, const char* prefix,
-                                               const char* uri);
+    static void XMLCALL startNamespaceCallback(void* userData, const char* prefix, const char* uri);
     static void XMLCALL endNamespaceCallback(void* userData, const char* prefix);
 
     // True when a piece of character data is blank by a deliberately narrow rule: length 0;
