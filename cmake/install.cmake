@@ -33,4 +33,7 @@ if(VELCAN_BUILD_TOOLS)
   install(TARGETS velcan_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
   install(FILES examples/version-history.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/velcan
     COMPONENT tool)
+  configure_file(docs/velcan.1.in ${PROJECT_BINARY_DIR}/velcan.1 @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/velcan.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+    COMPONENT tool)
 endif()

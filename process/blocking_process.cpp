@@ -11,11 +11,6 @@ namespace {
 
 const int kNotRun = 127;
 
-int notRun(int error) {
-    errno = error;
-    return kNotRun;
-}
-
 // Keeps the first failure of a run for errno.
 void keep(int* error, int failure) {
     if (*error == 0) {
@@ -52,39 +47,48 @@ int relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
     }
 }
 
+// The run itself, in the order it happens: check, pipe, start, confirm, relay, wait,
+// release. Returns the child's exit code, or kNotRun; *error gets the failure that decides
+// errno (0 when there was none).
+int runChild(const char* commandLine, IBlockingProcessObserver* observer, int* error) {
+    namespace platform = velcan::platform;
+    // Refuse what the process layer would run in another form.
+    velcan::CommandLine checked;
+    if ((*error = velcan::parseCommandLine(commandLine, &checked)) != 0) {
+        return kNotRun;
+    }
+    platform::Pipe pipe;
+    if ((*error = platform::createPipe(&pipe)) != 0) {
+        return kNotRun;
+    }
+    platform::Child child;
+    if ((*error = child.start(commandLine, pipe.writeEnd.get())) != 0) {
+        return kNotRun;
+    }
+    // From here only the child holds the write end, so the end of its output can be seen.
+    *error = pipe.writeEnd.close();
+    // Before the first GetOutputBuffer, so a child that could not start gets none. Without
+    // an observer the output is never read, and the start is confirmed once the child ends.
+    const ACE_HANDLE readEnd = observer != nullptr ? pipe.readEnd.get() : ACE_INVALID_HANDLE;
+    if (int failure = child.confirmStart(readEnd)) {
+        *error = failure;
+        return kNotRun;
+    }
+    keep(error, child.releaseStart());
+    keep(error, relayOutput(pipe.readEnd.get(), observer));
+    int exitCode = kNotRun;
+    keep(error, child.wait(&exitCode));
+    keep(error, pipe.readEnd.close());
+    return exitCode;
+}
+
 } // namespace
 
 int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* observer) {
-    namespace platform = velcan::platform;
-    // errno is left as the caller set it unless something fails.
     const int callersErrno = errno;
-
-    // Refuse what the process layer would run in another form.
-    velcan::CommandLine checked;
-    if (int refusal = velcan::parseCommandLine(commandLine, &checked)) {
-        return notRun(refusal);
-    }
-    platform::Pipe pipe;
-    if (int failure = platform::createPipe(&pipe)) {
-        return notRun(failure);
-    }
-    platform::Child child;
-    if (int failure = child.start(commandLine, pipe.writeEnd.get())) {
-        return notRun(failure);
-    }
-    // From here only the child holds the write end, so the end of its output can be seen.
-    int error = pipe.writeEnd.close();
-    // Before the first GetOutputBuffer, so a child that could not start gets none. Without
-    // an observer the output is never read, and the start is confirmed once the child ends.
-    if (int failure =
-            child.confirmStart(observer != nullptr ? pipe.readEnd.get() : ACE_INVALID_HANDLE)) {
-        return notRun(failure);
-    }
-    keep(&error, child.releaseStart());
-    keep(&error, relayOutput(pipe.readEnd.get(), observer));
-    int exitCode = kNotRun;
-    keep(&error, child.wait(&exitCode));
-    keep(&error, pipe.readEnd.close());
+    int error = 0;
+    const int code = runChild(commandLine, observer, &error);
+    // Set once everything the run made is released, which may touch errno on its way.
     errno = error != 0 ? error : callersErrno;
-    return exitCode;
+    return code;
 }

@@ -41,6 +41,22 @@ int lastError() {
 // are released.
 std::mutex spawnMutex;
 
+// 0 when the program can be started, otherwise ENOENT or EACCES.
+int checkProgram(const char* program) {
+    // Found where CreateProcess looks for it (the application's folder, the current folder,
+    // the system folders, then PATH), ".exe" added to a name without an extension.
+    char found[MAX_PATH + 1];
+    const DWORD n = SearchPathA(nullptr, program, ".exe", sizeof found, found, nullptr);
+    if (n == 0 || n > MAX_PATH) {
+        return ENOENT;
+    }
+    const DWORD attributes = GetFileAttributesA(found);
+    if (attributes == INVALID_FILE_ATTRIBUTES) {
+        return ENOENT;
+    }
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? EACCES : 0;
+}
+
 } // namespace
 
 int Handle::close() {
@@ -75,6 +91,14 @@ Child::~Child() = default;
 int Child::start(const char* commandLine, ACE_HANDLE output) {
     State& s = *state_;
     s.options = makeProcessOptions(commandLine);
+    // Two lookups, this one and CreateProcess's own, because ACE's spawn does not keep
+    // CreateProcess's error code (it makes other calls after a failed CreateProcess, which
+    // leave theirs). This one tells a program that is not there (ENOENT) or is a folder
+    // (EACCES) from one that is there but cannot be started (ENOEXEC, below). What runs is
+    // what CreateProcess finds.
+    if (int refusal = checkProgram(s.options->command_line_argv()[0])) {
+        return refusal;
+    }
     s.nullDevice = Handle(ACE_OS::open(
         "nul", O_RDONLY, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr));
     if (!s.nullDevice.valid()) {
@@ -90,17 +114,12 @@ int Child::start(const char* commandLine, ACE_HANDLE output) {
     STARTUPINFO* startup = s.options->startup_info();
     startup->dwFlags |= STARTF_USESHOWWINDOW;
     startup->wShowWindow = SW_HIDE;
-    // The one lookup of the program is CreateProcess's own (the application's folder, the
-    // current folder, the system folders, PATH; ".exe" added to a name without one): a
-    // program it cannot find or start fails the spawn, with its error code.
-    SetLastError(0);
     const pid_t pid = s.process.spawn(*s.options);
-    const int error = lastError();
     // Only the child holds the copies now, so the end of its output can be seen.
     s.options->release_handles();
     // ACE leaves the process information zeroed when CreateProcess fails: id 0, no handle.
     if (pid == ACE_INVALID_PID || s.process.getpid() == 0) {
-        return error != 0 ? error : ENOENT;
+        return ENOEXEC;
     }
     return 0;
 }

@@ -36,6 +36,9 @@ endif()
 # The installed tool reads the sample installed beside it, wherever the prefix is: a
 # history put in its place is what `velcan history` prints.
 if(EXISTS ${prefix}/bin/velcan)
+  if(NOT EXISTS ${prefix}/share/man/man1/velcan.1)
+    message(FATAL_ERROR "the tool's manual page is not installed")
+  endif()
   file(WRITE ${prefix}/share/velcan/version-history.xml
        "<h><Version number=\"9.9.9\" date=\"installed\"/></h>\n")
   run(${prefix}/bin/velcan history)

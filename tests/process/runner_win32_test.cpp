@@ -28,8 +28,8 @@ TEST(WindowsRunner, ProgramPathThatDoesNotExistReturns127AndReceivesNothing) {
     EXPECT_EQ(launchExpectingNoRun("C:\\velcan\\nonexistent\\tool.exe arg"), notRunWith(ENOENT));
 }
 
-TEST(WindowsRunner, FileThatIsNotAProgramReturns127WithCreateProcesssErrorAndReceivesNothing) {
-    // Found, but CreateProcess cannot start it: its error code is kept as it is.
+TEST(WindowsRunner, FileThatIsNotAProgramReturns127WithNotExecutableAndReceivesNothing) {
+    // Found, but CreateProcess cannot start it.
     const std::string notAProgram = helperProgram("velcan_test_child") + ".txt";
     FILE* file = std::fopen(notAProgram.c_str(), "wb");
     ASSERT_NE(file, nullptr);
@@ -37,7 +37,7 @@ TEST(WindowsRunner, FileThatIsNotAProgramReturns127WithCreateProcesssErrorAndRec
     std::fclose(file);
     const NotRun r = launchExpectingNoRun(notAProgram);
     std::remove(notAProgram.c_str());
-    EXPECT_EQ(r, notRunWith(ERROR_BAD_EXE_FORMAT));
+    EXPECT_EQ(r, notRunWith(ENOEXEC));
 }
 
 TEST(WindowsRunner, OrdinaryRunEndsWithTheBrokenPipeInErrno) {

@@ -32,18 +32,33 @@ class VELCAN_API IBlockingProcessObserver {
 // its exit code (128 + the signal number when a signal ended it). observer may be null: the
 // output is then not read at all, and a child that fills the pipe blocks until it is killed.
 //
-// The command line is split at spaces; "double" or 'single' quotes keep spaces inside a
-// word. It is a printf-style format with no arguments: write a literal percent sign as
-// "%%". Returns 127 with errno set, calling no observer operation, when the command is
+// The command line is a printf-style format with no arguments: write a literal percent sign
+// as "%%". There is no shell. After "%%" becomes "%", it is split into words:
+//   - spaces separate words (several count as one);
+//   - a word that starts with a double or single quote runs to the next quote of the same
+//     kind; both quotes are removed, and what follows starts a new word: "a b"c gives
+//     `a b` and `c`, "" gives an empty word;
+//   - a quote inside a word is kept, and the text up to the next quote of its kind stays in
+//     the word, spaces included: a"b c"d is the one word `a"b c"d`;
+//   - a quote with no partner runs to the end of the line and is kept: "a b gives `"a b`.
+// The first word is the program. On Windows the line goes to CreateProcess as it is (after
+// "%%" becomes "%"), and the child's runtime splits it by its own rules (for Microsoft's C
+// runtime: double quotes group and are removed, single quotes are ordinary characters); the
+// rules above only decide the limits below and which program runs.
+//
+// Returns 127 with errno set, calling no observer operation, when the command is
 // refused or cannot be run: an empty or blank line, or a program that is not found
 // (ENOENT); a program that may not be executed (EACCES); a line longer than 1023
 // characters, or with more than 127 arguments (E2BIG); a percent sign that is not half of
 // "%%" (EINVAL); no pipe, null device or process to be had (EMFILE, ENFILE, EAGAIN, ENOMEM);
 // and on POSIX systems any error of the child's exec (a missing "#!" interpreter: ENOENT;
 // ETXTBSY, E2BIG, ELOOP, ...). A file without "#!" that is not a binary runs through
-// /bin/sh, as execvp does. When the child ran, errno is left as the caller set it unless
-// reading its output or waiting for it failed. 127 is also what a child that exits with 127
-// returns: clear errno first to tell them apart.
+// /bin/sh, as execvp does. On Windows a program that is not where CreateProcess looks
+// gives ENOENT, a folder EACCES, and a file found that CreateProcess cannot start ENOEXEC.
+// When the child ran, errno is left as the caller set it unless reading its output or
+// waiting for it failed. On Windows the end of a child's output is itself a failed read (a
+// broken pipe), so after an ordinary run with an observer errno is 109. 127 is also what a
+// child that exits with 127 returns: clear errno first to tell them apart.
 //
 // The observer stays the caller's; the runner keeps no pointer to it after returning. Calls
 // on different threads are independent: each child gets descriptors 0, 1 and 2 and nothing
