@@ -2,6 +2,7 @@
 // Windows' file properties and installers read it.
 #include <windows.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -63,6 +64,13 @@ VersionInfo readVersionInfo(const std::string& path) {
 void expectProjectVersion(const char* file, const char* description) {
     const VersionInfo info = readVersionInfo(besideThisProgram(file));
     ASSERT_TRUE(info.found) << file << " has no version information";
+    std::printf("%s: FileVersion %s (%d.%d.%d.%d), ProductVersion %s, ProductName %s, "
+                "FileDescription %s, OriginalFilename %s, LegalCopyright %s\n",
+                file, info.text("FileVersion").c_str(), HIWORD(info.fileMajorMinor),
+                LOWORD(info.fileMajorMinor), HIWORD(info.filePatchBuild),
+                LOWORD(info.filePatchBuild), info.text("ProductVersion").c_str(),
+                info.text("ProductName").c_str(), info.text("FileDescription").c_str(),
+                info.text("OriginalFilename").c_str(), info.text("LegalCopyright").c_str());
     EXPECT_EQ(info.fileMajorMinor,
               static_cast<DWORD>(MAKELONG(VELCAN_VERSION_MINOR, VELCAN_VERSION_MAJOR)));
     EXPECT_EQ(info.filePatchBuild, static_cast<DWORD>(MAKELONG(0, VELCAN_VERSION_PATCH)));
