@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Tests of scripts/lib/wine_tests.sh: which failed Windows tests are run again, against ctest
+# logs written here. Run as: wine_tests_test.sh TEST_NAME
+set -euo pipefail
+root=$(cd "$(dirname "$0")/../.." && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# shellcheck source=../../scripts/lib/wine_tests.sh
+. "$root/scripts/lib/wine_tests.sh"
+temporary=$work/Testing/Temporary
+mkdir -p "$temporary"
+
+rule=----------------------------------------------------------
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+# failed NUMBER NAME COMMAND OUTPUT: a failed test, as ctest logs it.
+failed() {
+  echo "$1:$2" >>"$temporary/LastTestsFailed.log"
+  {
+    printf '%s/9 Testing: %s\n%s/9 Test: %s\n' "$1" "$2" "$1" "$2"
+    printf 'Command: %s\nDirectory: /b\nOutput:\n%s\n' "$3" "${rule}"
+    printf '%s<end of output>\nTest time =   0.02 sec\n%s\n' "$4" "${rule}"
+  } >>"$temporary/LastTest.log"
+}
+wine='"/r/scripts/wine-run" "--win64" "/b/t.exe" "--gtest_filter=A.B"'
+banner=$'Note: Google Test filter = A.B\n[==========] Running 1 test from 1 test suite.\n'
+
+program_that_printed_nothing_is_run_again() {
+  failed 140 'Cases/E.Says/X  # GetParam() = X' "$wine" ''
+  wine_could_not_start "$work" || fail "a program with no output was not taken for a start failure"
+}
+
+program_wine_could_not_start_with_its_message_is_run_again() {
+  failed 7 A.B "$wine" $'wine: ShellExecuteEx failed: File not found.\n'
+  wine_could_not_start "$work" || fail "ShellExecuteEx failed was not taken for a start failure"
+}
+
+test_that_started_and_failed_is_not_run_again() {
+  failed 7 A.B "$wine" "${banner}[  FAILED  ] A.B"$'\n'
+  ! wine_could_not_start "$work" || fail "a test that ran and failed would be run again"
+}
+
+failure_beside_a_start_failure_is_not_run_again() {
+  failed 7 A.B "$wine" ''
+  failed 8 A.C "$wine" "${banner}[  FAILED  ] A.C"$'\n'
+  ! wine_could_not_start "$work" || fail "a real failure beside a start failure would be run again"
+}
+
+test_not_run_under_wine_is_not_run_again() {
+  failed 240 library_exports_only_its_boundary '"/usr/bin/cmake" "-P" "check.cmake"' ''
+  ! wine_could_not_start "$work" || fail "a failed check of the build would be run again"
+}
+
+"$1"
