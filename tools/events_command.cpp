@@ -9,6 +9,7 @@
 #include "commands.h"
 #include "history/pieces.h"
 #include "json.h"
+#include "input.h"
 #include "report.h"
 
 namespace {
@@ -121,15 +122,20 @@ class EventPrinter : public expatpp {
 
 } // namespace
 
-int eventsCommand(const Arguments& args) {
-    if (args.size() != 1 || isOption(args[0])) {
+int eventsCommand(const Arguments& given) {
+    Arguments args = given;
+    const bool ended = !args.empty() && std::strcmp(args[0], "--") == 0;
+    if (ended) {
+        args.erase(args.begin());
+    }
+    if (args.size() != 1 || (!ended && isOption(args[0]))) {
         return usageError("events: expects exactly one FILE");
     }
     const char* path = args[0];
     std::string reason;
     std::FILE* file = openForReading(path, &reason);
     if (file == nullptr) {
-        reportError(std::string("cannot open ") + path + ": " + reason);
+        reportError("cannot open " + shownName(path) + ": " + reason);
         return kExitFailure;
     }
     EventPrinter printer;
@@ -143,8 +149,12 @@ int eventsCommand(const Arguments& args) {
         const int line = printer.XML_GetCurrentLineNumber();
         const char* message = XML_ErrorString(printer.XML_GetErrorCode());
         std::printf("status error line %d: %s\n", line, message);
-        reportError(std::string(path) + ":" + std::to_string(line) + ": " + message);
+        reportError(shownName(path) + ":" + std::to_string(line) + ": " + message);
     }
-    written = std::fflush(stdout) == 0 && written;
+    if (!writeOut("")) {
+        written = false;
+    } else if (!written) {
+        reportError("cannot write the output");
+    }
     return wellFormed && written ? 0 : kExitFailure;
 }

@@ -14,6 +14,7 @@
 #include "commands.h"
 #include "history/pieces.h"
 #include "json.h"
+#include "input.h"
 #include "report.h"
 
 #ifndef VELCAN_SAMPLE_RELATIVE
@@ -130,10 +131,13 @@ bool reportXmlError(std::FILE* file, const char* path) {
 int historyCommand(const Arguments& args) {
     const char* path = nullptr;
     bool json = false;
+    bool options = true;
     for (const char* arg : args) {
-        if (std::strcmp(arg, "--json") == 0) {
+        if (options && std::strcmp(arg, "--") == 0) {
+            options = false;
+        } else if (options && std::strcmp(arg, "--json") == 0) {
             json = true;
-        } else if (isOption(arg)) {
+        } else if (options && isOption(arg)) {
             return usageError(std::string("history: unknown option '") + arg + "'");
         } else if (path == nullptr) {
             path = arg;
@@ -145,19 +149,30 @@ int historyCommand(const Arguments& args) {
     if (path == nullptr) {
         path = sample.c_str();
     }
+    const std::string shown = shownName(path);
     std::string reason;
     std::FILE* file = openForReading(path, &reason);
     if (file == nullptr) {
-        reportError(std::string("cannot open ") + path + ": " + reason);
+        reportError("cannot open " + shown + ": " + reason);
         return kExitFailure;
     }
-    const TUpdateVersionInfo info = VelcanParseUpdateFile(path);
-    const bool failed = info.versions.empty() && reportXmlError(file, path);
+    // The library opens the file by name: a pipe is read once, into a copy it can open.
+    NamedCopy named;
+    if (!named.make(file, path, &reason)) {
+        std::fclose(file);
+        reportError("cannot read " + shown + ": " + reason);
+        return kExitFailure;
+    }
+    const TUpdateVersionInfo info = VelcanParseUpdateFile(named.path().c_str());
+    const bool malformed = info.versions.empty() && reportXmlError(file, shown.c_str());
     std::fclose(file);
-    if (failed) {
+    if (malformed) {
+        return kExitFailure;
+    }
+    if (info.versions.empty()) {
+        reportError(shown + ": no versions (the file has no Version element)");
         return kExitFailure;
     }
     const std::string out = json ? asJson(info) : asText(info);
-    std::fwrite(out.data(), 1, out.size(), stdout);
-    return std::fflush(stdout) == 0 ? 0 : kExitFailure;
+    return writeOut(out) ? 0 : kExitFailure;
 }

@@ -14,6 +14,7 @@
 #include "history/ascii.h"
 #include "history/pieces.h"
 #include "json.h"
+#include "input.h"
 #include "report.h"
 
 namespace {
@@ -185,10 +186,11 @@ class LintReader : public expatpp {
 
 } // namespace
 
-std::vector<LintFinding> lintHistoryFile(const std::string& path) {
+std::vector<LintFinding> lintHistoryFile(const std::string& given) {
+    const std::string path = shownName(given);
     std::vector<LintFinding> findings;
     std::string reason;
-    std::FILE* file = openForReading(path.c_str(), &reason);
+    std::FILE* file = openForReading(given.c_str(), &reason);
     if (file == nullptr) {
         findings.push_back(
             {path, 1, 1, true, "cannot open: " + reason + ": the reader returns an empty history"});

@@ -11,10 +11,13 @@
 int lintCommand(const Arguments& args) {
     bool json = false;
     std::vector<std::string> files;
+    bool options = true;
     for (const char* arg : args) {
-        if (std::strcmp(arg, "--json") == 0) {
+        if (options && std::strcmp(arg, "--") == 0) {
+            options = false;
+        } else if (options && std::strcmp(arg, "--json") == 0) {
             json = true;
-        } else if (isOption(arg)) {
+        } else if (options && isOption(arg)) {
             return usageError(std::string("lint: unknown option '") + arg + "'");
         } else {
             files.emplace_back(arg);
@@ -28,12 +31,13 @@ int lintCommand(const Arguments& args) {
         const std::vector<LintFinding> some = lintHistoryFile(file);
         findings.insert(findings.end(), some.begin(), some.end());
     }
+    std::string out;
     if (json) {
-        std::printf("%s\n", findingsAsJson(findings).c_str());
+        out = findingsAsJson(findings) + "\n";
     } else {
         for (const LintFinding& finding : findings) {
-            std::printf("%s\n", formatFinding(finding).c_str());
+            out += formatFinding(finding) + "\n";
         }
     }
-    return findings.empty() ? 0 : kExitFailure;
+    return writeOut(out) && findings.empty() ? 0 : kExitFailure;
 }

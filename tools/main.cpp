@@ -1,5 +1,6 @@
 // velcan: the library at work from the command line. This file only dispatches; each command
 // parses its own arguments and prints its own output.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -11,50 +12,97 @@
 
 namespace {
 
-const char kUsage[] =
-    "usage: velcan history [FILE] [--json]   print a version-history file\n"
-    "       velcan events FILE               print every XML event a reader receives\n"
-    "       velcan run [--] COMMAND [ARG...] run a command, streaming its output\n"
-    "       velcan lint [--json] FILE...     say what the history reader would drop, split or\n"
-    "                                        refuse in each version-history file\n"
-    "       velcan --help | --version\n"
-    "\n"
-    "history reads the sample history installed with the tool when FILE is not given.\n"
-    "run takes each ARG literally (no shell) and exits with the command's status: 128 plus\n"
-    "the signal number when a signal ended it, 127 when it could not be run.\n"
-    "lint exits with 0 when the files are clean and 1 when it has findings.\n"
-    "Exit status otherwise: 0 on success, 1 when a file cannot be read, 2 on a usage error.\n";
-
 struct Command {
     const char* name;
+    const char* synopsis; // after "velcan NAME"
+    const char* summary;  // the usage's one line, beside the synopsis
+    const char* details;  // the command's own --help, after its usage line
     int (*run)(const Arguments&);
 };
 
-const Command kCommands[] = {{"history", historyCommand},
-                             {"events", eventsCommand},
-                             {"run", runCommand},
-                             {"lint", lintCommand}};
+// The one description of the tool's usage: --help, each COMMAND --help, the manual page and
+// docs/tool.md's usage block are all this text.
+const Command kCommands[] = {
+    {"history", "[--json] [--] [FILE]", "print a version-history file",
+     "FILE is read once; '-' is standard input. Without FILE, the sample history installed\n"
+     "with the tool. Exit status: 0, or 1 when the file cannot be read, is not well formed or\n"
+     "has no versions.\n",
+     historyCommand},
+    {"events", "[--] FILE", "print every XML event a reader receives",
+     "'-' is standard input. Exit status: 0, or 1 when the file cannot be read or is not well\n"
+     "formed.\n",
+     eventsCommand},
+    {"run", "[--] COMMAND [ARG...]", "run a command, streaming its output",
+     "Takes each ARG literally (no shell) and exits with the command's status: 128 plus the\n"
+     "signal number when a signal ended it, 127 when it could not be run. A line over the\n"
+     "runner's limits is a usage error (2). TERM, INT or HUP sent to velcan end the command too.\n",
+     runCommand},
+    {"lint", "[--json] [--] FILE...", "say what the history reader would drop or refuse",
+     "'-' is standard input. Exit status: 0 when the files are clean, 1 when there are\n"
+     "findings.\n",
+     lintCommand},
+};
+
+std::string usageLine(const Command& c, bool first) {
+    std::string line =
+        std::string(first ? "usage: " : "       ") + "velcan " + c.name + " " + c.synopsis;
+    return line;
+}
+
+std::string usage() {
+    std::size_t width = 0;
+    for (const Command& c : kCommands) {
+        width = std::max(width, usageLine(c, true).size());
+    }
+    std::string text;
+    bool first = true;
+    for (const Command& c : kCommands) {
+        std::string line = usageLine(c, first);
+        line.resize(width + 2, ' ');
+        text += line + c.summary + "\n";
+        first = false;
+    }
+    text += "       velcan COMMAND --help | --help | --version\n"
+            "\n"
+            "Exit status otherwise: 0 on success, 1 when a file cannot be read or written,\n"
+            "2 on a usage error. 'velcan COMMAND --help' tells more of each.\n";
+    return text;
+}
+
+bool asksForHelp(const Arguments& args) {
+    return !args.empty() &&
+           (std::strcmp(args[0], "--help") == 0 || std::strcmp(args[0], "-h") == 0);
+}
 
 } // namespace
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        return usageError("no command given");
+        std::fputs(usage().c_str(), stderr);
+        return kExitUsage;
     }
     const std::string name = argv[1];
     if (name == "--help" || name == "-h") {
-        std::fputs(kUsage, stdout);
-        return 0;
+        return writeOut(usage()) ? 0 : kExitFailure;
     }
     if (name == "--version") {
         const XML_Expat_Version expat = XML_ExpatVersionInfo();
-        std::printf("velcan %s (expat %d.%d.%d)\n", VELCAN_VERSION_STRING, expat.major, expat.minor,
-                    expat.micro);
-        return 0;
+        return writeOut(std::string("velcan ") + VELCAN_VERSION_STRING + " (expat " +
+                        std::to_string(expat.major) + "." + std::to_string(expat.minor) + "." +
+                        std::to_string(expat.micro) + ")\n")
+                   ? 0
+                   : kExitFailure;
     }
     for (const Command& command : kCommands) {
         if (name == command.name) {
-            return command.run(Arguments(argv + 2, argv + argc));
+            const Arguments args(argv + 2, argv + argc);
+            if (asksForHelp(args)) {
+                return writeOut(usageLine(command, true) + "\n" + command.summary + ".\n" +
+                                command.details)
+                           ? 0
+                           : kExitFailure;
+            }
+            return command.run(args);
         }
     }
     return usageError("unknown command '" + name + "'");

@@ -3,8 +3,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include <sys/stat.h>
-
 void reportError(const std::string& message) {
     std::fprintf(stderr, "velcan: %s\n", message.c_str());
 }
@@ -18,17 +16,13 @@ bool isOption(const char* arg) {
     return arg[0] == '-' && arg[1] != '\0';
 }
 
-std::FILE* openForReading(const char* path, std::string* reason) {
-    std::FILE* file = std::fopen(path, "r");
-    if (file == nullptr) {
-        *reason = std::strerror(errno);
-        return nullptr;
+bool writeOut(const std::string& text) {
+    errno = 0;
+    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+    if (std::fflush(stdout) == 0 && written) {
+        return true;
     }
-    struct stat st;
-    if (fstat(fileno(file), &st) == 0 && S_ISDIR(st.st_mode)) {
-        std::fclose(file);
-        *reason = std::strerror(EISDIR);
-        return nullptr;
-    }
-    return file;
+    reportError(std::string("cannot write the output: ") +
+                (errno != 0 ? std::strerror(errno) : "write error"));
+    return false;
 }

@@ -18,9 +18,8 @@ int usageError(const std::string& message);
 // Whether an argument is an option ("-x", "--x"; a lone "-" is not).
 bool isOption(const char* arg);
 
-// Opens a file for reading in text mode, as the history reader does. A directory is refused
-// (EISDIR). Returns the open file, or null with *reason saying why ("No such file or
-// directory").
-std::FILE* openForReading(const char* path, std::string* reason);
+// Writes text to stdout and flushes it; on failure (a full disk, a closed pipe) says so on
+// stderr in one line and returns false.
+bool writeOut(const std::string& text);
 
 #endif

@@ -28,6 +28,22 @@ std::string quoted(const char* arg) {
 
 } // namespace
 
+std::string argumentsAsTyped(const std::vector<const char*>& args) {
+    std::string shown;
+    for (const char* arg : args) {
+        std::string word = arg;
+        if (word.empty() || word.find_first_of(" \t\n\"'\\$`&|;<>()*?[]#~!") != std::string::npos) {
+            std::string escaped = "'";
+            for (char c : word) {
+                escaped += c == '\'' ? std::string("'\\''") : std::string(1, c);
+            }
+            word = escaped + "'";
+        }
+        shown += shown.empty() ? word : " " + word;
+    }
+    return shown;
+}
+
 bool commandLineFromArguments(const std::vector<const char*>& args, std::string* line,
                               std::string* problem) {
     line->clear();
@@ -38,7 +54,15 @@ bool commandLineFromArguments(const std::vector<const char*>& args, std::string*
     velcan::CommandLine parsed;
     const int refusal = velcan::parseCommandLine(line->c_str(), &parsed);
     if (refusal == E2BIG) {
-        return true; // too long or too many words: the runner refuses it, and says why
+        // Refused before anything starts, naming the limit the line is over.
+        *problem = static_cast<int>(line->size()) > velcan::kMaxCommandLineLength
+                       ? "the command line is " + std::to_string(line->size()) +
+                             " characters long; the runner takes at most " +
+                             std::to_string(velcan::kMaxCommandLineLength)
+                       : "the command has " + std::to_string(args.size()) +
+                             " words; the runner takes at most " +
+                             std::to_string(velcan::kMaxArguments);
+        return false;
     }
     const int count = refusal == 0 ? parsed.argumentCount : 0;
     for (size_t i = 0; i < args.size(); ++i) {

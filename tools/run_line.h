@@ -7,8 +7,13 @@
 
 // Joins arguments into one command line that the runner splits back into exactly those
 // arguments: "%" is doubled, and a word with spaces or quotes is quoted. False, with *problem
-// saying which argument, when the runner's command-line form cannot express one.
+// saying which argument or which limit, when the runner's command-line form cannot express one
+// or the line is over the runner's limits.
 bool commandLineFromArguments(const std::vector<const char*>& args, std::string* line,
                               std::string* problem);
+
+// The arguments as a user would type them in a POSIX shell, for messages: a word with a space
+// or a character the shell treats specially is single-quoted.
+std::string argumentsAsTyped(const std::vector<const char*>& args);
 
 #endif

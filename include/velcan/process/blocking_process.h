@@ -30,7 +30,10 @@ class VELCAN_API IBlockingProcessObserver {
 // standard input; passes everything it writes to standard output and standard error, in one
 // interleaved sequence, to observer as each read returns; waits for it to end and returns
 // its exit code (128 + the signal number when a signal ended it). observer may be null: the
-// output is then not read at all, and a child that fills the pipe blocks until it is killed.
+// output is then not read at all, and a child that fills the pipe (64 KiB on Linux, Windows'
+// default size, 4 KiB in practice) blocks until it is killed: the call does not return. The
+// same holds for an observer that hands out no room. Pass an observer that always has room,
+// or run only commands whose output fits the pipe.
 //
 // The command line is a printf-style format with no arguments: write a literal percent sign
 // as "%%". There is no shell. After "%%" becomes "%", it is split into words:

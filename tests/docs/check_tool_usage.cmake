@@ -1,0 +1,15 @@
+# docs/tool.md's first block is the tool's usage as `velcan --help` prints it, word for word.
+#   -DTOOL=velcan -DDOC=docs/tool.md
+execute_process(COMMAND ${TOOL} --help OUTPUT_VARIABLE help RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "velcan --help exited with ${rc}")
+endif()
+file(READ ${DOC} doc)
+string(FIND "${doc}" "```\n" start)
+math(EXPR start "${start} + 4")
+string(SUBSTRING "${doc}" ${start} -1 rest)
+string(FIND "${rest}" "```\n" end)
+string(SUBSTRING "${rest}" 0 ${end} block)
+if(NOT block STREQUAL help)
+  message(FATAL_ERROR "${DOC}'s usage block differs from velcan --help:\n${block}\n---\n${help}")
+endif()

@@ -1,0 +1,2 @@
+#!/nonexistent/velcan-interpreter
+echo never
