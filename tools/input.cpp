@@ -8,8 +8,8 @@
 #include <unistd.h>
 
 std::FILE* openForReading(const char* path, std::string* reason) {
-    std::FILE* file = std::strcmp(path, "-") == 0 ? fdopen(dup(STDIN_FILENO), "r")
-                                                  : std::fopen(path, "r");
+    std::FILE* file =
+        std::strcmp(path, "-") == 0 ? fdopen(dup(STDIN_FILENO), "r") : std::fopen(path, "r");
     if (file == nullptr) {
         *reason = std::strerror(errno);
         return nullptr;
@@ -44,7 +44,8 @@ bool NamedCopy::make(std::FILE* file, const std::string& path, std::string* reas
     return false;
 #else
     const char* dir = std::getenv("TMPDIR");
-    std::string name = std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/velcan-XXXXXX";
+    std::string name =
+        std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/velcan-XXXXXX";
     const int fd = mkstemp(&name[0]);
     if (fd < 0) {
         *reason = std::string("cannot make a temporary copy: ") + std::strerror(errno);

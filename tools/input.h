@@ -26,9 +26,7 @@ class NamedCopy {
 
     // Makes the name for `file`, given as `path`; false with *reason when the copy fails.
     bool make(std::FILE* file, const std::string& path, std::string* reason);
-    const std::string& path() const {
-        return path_;
-    }
+    const std::string& path() const { return path_; }
 
   private:
     std::string path_;

@@ -24,9 +24,9 @@ class VELCAN_API expatpp {
 
     // Never copy a reader that has a parser (hold it in place or by pointer): copying is
     // shallow, both objects then hold the same parser, and each frees it when destroyed
-    // (a std::vector of readers that grows frees one parser twice). The parser's user data stays the object that created it, so events of a
-    // document fed through a copy still go to the original. Assignment overwrites the
-    // target's handle without freeing it.
+    // (a std::vector of readers that grows frees one parser twice). The parser's user data stays
+    // the object that created it, so events of a document fed through a copy still go to the
+    // original. Assignment overwrites the target's handle without freeing it.
     expatpp(const expatpp&) = default;
     expatpp& operator=(const expatpp&) = default;
 
