@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <velcan/velcan.h>
 
@@ -85,11 +86,10 @@ class EventPrinter : public expatpp {
         endLine();
     }
 
-    // Writes what is gathered; false when stdout failed.
-    bool flush() {
-        const bool ok = std::fwrite(out_.data(), 1, out_.size(), stdout) == out_.size();
+    // Writes what is gathered (a failure stays in stdout's error flag).
+    void flush() {
+        std::fwrite(out_.data(), 1, out_.size(), stdout);
         out_.clear();
-        return ok;
     }
 
   private:
@@ -122,16 +122,17 @@ class EventPrinter : public expatpp {
 
 } // namespace
 
-int eventsCommand(const Arguments& given) {
-    Arguments args = given;
-    const bool ended = !args.empty() && std::strcmp(args[0], "--") == 0;
-    if (ended) {
-        args.erase(args.begin());
+int eventsCommand(const Arguments& args) {
+    std::vector<std::string> options;
+    Arguments files;
+    int status = 0;
+    if (!splitArguments("events", args, {}, &options, &files, &status)) {
+        return status;
     }
-    if (args.size() != 1 || (!ended && isOption(args[0]))) {
+    if (files.size() != 1) {
         return usageError("events: expects exactly one FILE");
     }
-    const char* path = args[0];
+    const char* path = files[0];
     std::string reason;
     std::FILE* file = openForReading(path, &reason);
     if (file == nullptr) {
@@ -141,7 +142,7 @@ int eventsCommand(const Arguments& given) {
     EventPrinter printer;
     const bool wellFormed = velcan::feedInPieces(file, printer);
     std::fclose(file);
-    bool written = printer.flush();
+    printer.flush();
     if (wellFormed) {
         std::printf("status ok\n");
     } else {
@@ -151,10 +152,6 @@ int eventsCommand(const Arguments& given) {
         std::printf("status error line %d: %s\n", line, message);
         reportError(shownName(path) + ":" + std::to_string(line) + ": " + message);
     }
-    if (!writeOut("")) {
-        written = false;
-    } else if (!written) {
-        reportError("cannot write the output");
-    }
+    const bool written = finishOutput();
     return wellFormed && written ? 0 : kExitFailure;
 }

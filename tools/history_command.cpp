@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <velcan/velcan.h>
 
@@ -129,22 +130,17 @@ bool reportXmlError(std::FILE* file, const char* path) {
 } // namespace
 
 int historyCommand(const Arguments& args) {
-    const char* path = nullptr;
-    bool json = false;
-    bool options = true;
-    for (const char* arg : args) {
-        if (options && std::strcmp(arg, "--") == 0) {
-            options = false;
-        } else if (options && std::strcmp(arg, "--json") == 0) {
-            json = true;
-        } else if (options && isOption(arg)) {
-            return usageError(std::string("history: unknown option '") + arg + "'");
-        } else if (path == nullptr) {
-            path = arg;
-        } else {
-            return usageError("history: more than one FILE given");
-        }
+    std::vector<std::string> options;
+    Arguments files;
+    int status = 0;
+    if (!splitArguments("history", args, {"--json"}, &options, &files, &status)) {
+        return status;
     }
+    if (files.size() > 1) {
+        return usageError("history: more than one FILE given");
+    }
+    const bool json = !options.empty();
+    const char* path = files.empty() ? nullptr : files[0];
     const std::string sample = path == nullptr ? sampleFile() : std::string();
     if (path == nullptr) {
         path = sample.c_str();

@@ -9,25 +9,18 @@
 #include "report.h"
 
 int lintCommand(const Arguments& args) {
-    bool json = false;
-    std::vector<std::string> files;
-    bool options = true;
-    for (const char* arg : args) {
-        if (options && std::strcmp(arg, "--") == 0) {
-            options = false;
-        } else if (options && std::strcmp(arg, "--json") == 0) {
-            json = true;
-        } else if (options && isOption(arg)) {
-            return usageError(std::string("lint: unknown option '") + arg + "'");
-        } else {
-            files.emplace_back(arg);
-        }
+    std::vector<std::string> options;
+    Arguments files;
+    int status = 0;
+    if (!splitArguments("lint", args, {"--json"}, &options, &files, &status)) {
+        return status;
     }
+    const bool json = !options.empty();
     if (files.empty()) {
         return usageError("lint: expects at least one FILE");
     }
     std::vector<LintFinding> findings;
-    for (const std::string& file : files) {
+    for (const char* file : files) {
         const std::vector<LintFinding> some = lintHistoryFile(file);
         findings.insert(findings.end(), some.begin(), some.end());
     }

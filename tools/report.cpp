@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -16,13 +17,38 @@ bool isOption(const char* arg) {
     return arg[0] == '-' && arg[1] != '\0';
 }
 
-bool writeOut(const std::string& text) {
-    errno = 0;
-    const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-    if (std::fflush(stdout) == 0 && written) {
+bool splitArguments(const char* command, const std::vector<const char*>& args,
+                    const std::vector<std::string>& known, std::vector<std::string>* options,
+                    std::vector<const char*>* operands, int* status) {
+    bool ended = false;
+    for (const char* arg : args) {
+        if (!ended && std::strcmp(arg, "--") == 0) {
+            ended = true;
+        } else if (!ended && isOption(arg)) {
+            if (std::find(known.begin(), known.end(), arg) == known.end()) {
+                *status = usageError(std::string(command) + ": unknown option '" + arg + "'");
+                return false;
+            }
+            options->push_back(arg);
+        } else {
+            operands->push_back(arg);
+        }
+    }
+    return true;
+}
+
+bool finishOutput() {
+    // The stream's error flag keeps a failure of any earlier write, its errno that failure's.
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout)) {
         return true;
     }
     reportError(std::string("cannot write the output: ") +
                 (errno != 0 ? std::strerror(errno) : "write error"));
     return false;
+}
+
+bool writeOut(const std::string& text) {
+    errno = 0;
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return finishOutput();
 }

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 // Exit statuses shared by every command (a command that runs another passes its code on).
 const int kExitFailure = 1;
@@ -18,8 +19,18 @@ int usageError(const std::string& message);
 // Whether an argument is an option ("-x", "--x"; a lone "-" is not).
 bool isOption(const char* arg);
 
-// Writes text to stdout and flushes it; on failure (a full disk, a closed pipe) says so on
-// stderr in one line and returns false.
+// Splits a command's arguments into the options it knows (`known`, each given as a flag) and
+// its operands: "--" ends the options, and "-" is an operand. An unknown option is a usage
+// error, reported; *status then holds kExitUsage and false is returned.
+bool splitArguments(const char* command, const std::vector<const char*>& args,
+                    const std::vector<std::string>& known, std::vector<std::string>* options,
+                    std::vector<const char*>* operands, int* status);
+
+// Flushes stdout and tells whether everything written to it arrived; on failure (a full disk,
+// a closed pipe) says so on stderr in one line and returns false.
+bool finishOutput();
+
+// Writes text to stdout, then finishOutput().
 bool writeOut(const std::string& text);
 
 #endif

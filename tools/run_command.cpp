@@ -72,12 +72,12 @@ void forwardSignalsToTheChild() {
     }
 }
 
-// Called as the output starts: the child exists by then, and a signal that came before it
-// could be found is passed on now.
-void noteTheChild() {
-    if (child == 0) {
+// Called as the output comes: a signal that came before the child could be found (before it
+// was started) is passed on now. Nothing is looked up while no signal has come.
+void passOnAnEarlySignal() {
+    if (pendingSignal != 0 && child == 0) {
         child = onlyChild();
-        if (child > 0 && pendingSignal != 0) {
+        if (child > 0) {
             kill(static_cast<pid_t>(child), pendingSignal);
         }
     }
@@ -92,7 +92,7 @@ void endByTheSignalReceived() {
 }
 #else
 void forwardSignalsToTheChild() {} // Ctrl+C reaches every program of the console already
-void noteTheChild() {}
+void passOnAnEarlySignal() {}
 void endByTheSignalReceived() {}
 #endif
 
@@ -100,7 +100,7 @@ void endByTheSignalReceived() {}
 class StdoutRelay : public IBlockingProcessObserver {
   public:
     void GetOutputBuffer(char** buffer, int* capacity) override {
-        noteTheChild();
+        passOnAnEarlySignal();
         *buffer = buffer_;
         *capacity = sizeof buffer_;
     }

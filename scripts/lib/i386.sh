@@ -18,8 +18,11 @@ i386_rule=':qemu-i386:M::\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00
 #   native    the kernel runs them itself;
 #   emulated  under qemu-i386 (the machine's own handler, or one registered for the run);
 #   none      not at all (the reason says why).
-# Fetches qemu (once, into the cache) where it is needed and can be had.
+# Fetches qemu (once, into the cache) where it is needed and can be had. First clears a handler
+# of ours that a killed run left behind, so it is not taken for the machine's own: for a script
+# that no other holder runs inside (test-win32, test-release).
 i386_way() {
+  i386_clear_stale
   if arch-test -n i386 >/dev/null 2>&1; then
     echo "native: this kernel runs i386 programs"
     return 0
@@ -57,15 +60,14 @@ i386_qemu_oldest=1:8.1
 i386_fetch_error=""
 i386_fetch_qemu() {
   [ -x "$i386_qemu" ] && return 0
-  local state=$root_cache/apt/qemu work codename sources best="" package v p bin
+  local state=$root_cache/apt/qemu work codename sources best="" v p bin
   sources=$(pkg_host_sources)
   codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
   pkg_private_state "$state"
   {
     awk '{print "deb", $1, $2, $3}' <<<"$sources"
     awk -v c="$codename" '$2 == c {print "deb", $1, c "-backports", $3}' <<<"$sources"
-    awk -v c="$codename" '{s = $2; sub("^" c, "stable", s); if (s != $2) print "deb", $1, s, $3}' \
-      <<<"$sources"
+    pkg_stable_sources deb
   } >"$state/sources.list"
   apt-get "${pkg_private[@]}" update 2>&1 | pkg_failed_indexes | pkg_say_left_out
   for p in qemu-user qemu-user-static; do
@@ -125,7 +127,7 @@ i386_hold() {
 }
 
 # i386_clear_stale: takes away a handler of ours that a run killed before its release left
-# behind. Only for a script that no other holder runs inside (test-win32, test-release).
+# behind.
 i386_clear_stale() {
   if [ -e "$i386_handler" ] && grep -qxF "interpreter $i386_qemu" "$i386_handler"; then
     echo -1 | "${pkg_sudo[@]}" tee "$i386_handler" >/dev/null

@@ -248,6 +248,16 @@ pkg_host_sources() {
     awk '$4 ~ /^Debian/ {print $1, $2, $3}' | sort -u
 }
 
+# pkg_stable_sources TYPE: the host's Debian sources (pkg_host_sources lines) as TYPE ("deb" or
+# "deb-src") entries for the current stable release's suites: each suite of this release renamed
+# from its codename to "stable" (bookworm-updates -> stable-updates), for what is newer there.
+pkg_stable_sources() {
+  local codename
+  codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
+  pkg_host_sources |
+    awk -v t="$1" -v c="$codename" '{s = $2; sub("^" c, "stable", s); if (s != $2) print t, $1, s, $3}'
+}
+
 # Options that give apt a private state under DIR (its own sources list, lists and cache),
 # leaving the host's apt configuration and lists untouched. Sets the array `pkg_private`.
 pkg_private_state() {
