@@ -33,6 +33,8 @@ if(VELCAN_BUILD_TOOLS)
   install(TARGETS velcan_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
   install(FILES examples/version-history.xml DESTINATION ${CMAKE_INSTALL_DATADIR}/velcan
     COMPONENT tool)
+  # The page's date: SOURCE_DATE_EPOCH's when set (releases and packages set it), else today's.
+  string(TIMESTAMP VELCAN_MAN_DATE "%Y-%m-%d" UTC)
   configure_file(docs/velcan.1.in ${PROJECT_BINARY_DIR}/velcan.1 @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/velcan.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
     COMPONENT tool)

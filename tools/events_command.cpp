@@ -150,7 +150,7 @@ int eventsCommand(const Arguments& args) {
         const int line = printer.XML_GetCurrentLineNumber();
         const char* message = XML_ErrorString(printer.XML_GetErrorCode());
         std::printf("status error line %d: %s\n", line, message);
-        reportError(shownName(path) + ":" + std::to_string(line) + ": " + message);
+        reportError(locationOf(shownName(path), printer) + ": " + message);
     }
     const bool written = finishOutput();
     return wellFormed && written ? 0 : kExitFailure;

@@ -122,8 +122,7 @@ bool reportXmlError(std::FILE* file, const char* path) {
     if (velcan::feedInPieces(file, reader)) {
         return false;
     }
-    reportError(std::string(path) + ":" + std::to_string(reader.XML_GetCurrentLineNumber()) + ": " +
-                XML_ErrorString(reader.XML_GetErrorCode()));
+    reportError(locationOf(path, reader) + ": " + XML_ErrorString(reader.XML_GetErrorCode()));
     return true;
 }
 

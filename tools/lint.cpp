@@ -19,21 +19,26 @@
 
 namespace {
 
-// Where the parser is, 1-based: the column of the current event, or of an error.
-int columnOf(expatpp& reader) {
-    return static_cast<int>(
-               ::XML_GetCurrentColumnNumber(static_cast<XML_Parser>(static_cast<void*>(reader)))) +
-           1;
-}
-
 enum class Kind { Version, FeatureDescription, Other };
 
+// Where an open Version or FeatureDescription started.
 struct Open {
-    Kind kind;
     int line;
     int column;
 };
 
+bool isBlank(const char* s) {
+    for (; *s != '\0'; ++s) {
+        if (*s != ' ' && *s != '\t' && *s != '\r' && *s != '\n') {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Every event costs the same whatever the depth: the open elements are kept as one stack of
+// kinds, and the open Versions and FeatureDescriptions each as a stack of their own, so the
+// innermost of each is at hand without a walk.
 class LintReader : public expatpp {
   public:
     LintReader(const std::string& path, std::vector<LintFinding>& findings)
@@ -46,11 +51,11 @@ class LintReader : public expatpp {
         const int line = XML_GetCurrentLineNumber();
         const int column = columnOf(*this);
         checkLetterCase(name, kind);
-        if (const Open* description = innermost(Kind::FeatureDescription)) {
+        if (!descriptions_.empty()) {
             if (kind == Kind::FeatureDescription) {
                 warn(line, column,
                      "FeatureDescription inside another FeatureDescription (opened at line " +
-                         std::to_string(description->line) +
+                         std::to_string(descriptions_.back().line) +
                          "): the reader splits the text and adds an empty description");
             } else {
                 warn(line, column,
@@ -60,28 +65,33 @@ class LintReader : public expatpp {
         }
         if (kind == Kind::Version) {
             ++versions;
-            if (const Open* outer = innermost(Kind::Version)) {
+            if (!versions_.empty()) {
                 warn(line, column,
                      "Version inside another Version (opened at line " +
-                         std::to_string(outer->line) +
+                         std::to_string(versions_.back().line) +
                          "): the reader stores the inner one twice and loses the outer one");
             }
             checkVersion(line, column, atts);
+            versions_.push_back({line, column});
         } else if (kind == Kind::FeatureDescription) {
-            if (innermost(Kind::Version) == nullptr) {
+            if (versions_.empty()) {
                 warn(line, column, "FeatureDescription outside any Version: the reader drops it");
             }
             text_.clear();
+            descriptions_.push_back({line, column});
         }
-        open_.push_back({kind, line, column});
+        open_.push_back(kind);
     }
 
     void endElement(const char*) override {
-        const Open element = open_.back();
+        const Kind kind = open_.back();
         open_.pop_back();
-        if (element.kind == Kind::FeatureDescription &&
-            innermost(Kind::FeatureDescription) == nullptr) {
-            if (text_.find_first_not_of(" \t\r\n") == std::string::npos) {
+        if (kind == Kind::Version) {
+            versions_.pop_back();
+        } else if (kind == Kind::FeatureDescription) {
+            const Open element = descriptions_.back();
+            descriptions_.pop_back();
+            if (descriptions_.empty() && text_.find_first_not_of(" \t\r\n") == std::string::npos) {
                 warn(element.line, element.column,
                      text_.empty() ? "empty description" : "blank description");
             }
@@ -89,7 +99,7 @@ class LintReader : public expatpp {
     }
 
     void charData(const char* s, int len) override {
-        if (innermost(Kind::FeatureDescription) != nullptr) {
+        if (!descriptions_.empty()) {
             text_.append(s, static_cast<size_t>(len));
         }
     }
@@ -97,8 +107,7 @@ class LintReader : public expatpp {
     // With a default handler set, expat passes a reference to an entity of the document's
     // own DTD here instead of expanding it; the reader never sees its text.
     void defaultHandler(const char* s, int len) override {
-        if (len > 1 && s[0] == '&' && s[len - 1] == ';' &&
-            innermost(Kind::FeatureDescription) != nullptr) {
+        if (len > 1 && s[0] == '&' && s[len - 1] == ';' && !descriptions_.empty()) {
             warn(XML_GetCurrentLineNumber(), columnOf(*this),
                  "entity reference " + std::string(s, static_cast<size_t>(len)) +
                      " is not expanded: its text is missing from the description");
@@ -116,15 +125,6 @@ class LintReader : public expatpp {
         return Kind::Other;
     }
 
-    const Open* innermost(Kind kind) const {
-        for (auto it = open_.rbegin(); it != open_.rend(); ++it) {
-            if (it->kind == kind) {
-                return &*it;
-            }
-        }
-        return nullptr;
-    }
-
     void checkLetterCase(const char* name, Kind kind) {
         const char* usual = kind == Kind::Version              ? "Version"
                             : kind == Kind::FeatureDescription ? "FeatureDescription"
@@ -138,18 +138,20 @@ class LintReader : public expatpp {
 
     void checkVersion(int line, int column, const char** atts) {
         const char* number = nullptr;
-        bool hasDate = false;
+        const char* date = nullptr;
         for (const char** a = atts; *a != nullptr; a += 2) {
             if (equalsIgnoringCase(a[0], "number")) {
                 number = a[1]; // the later one wins, as in the reader
                 checkAttributeCase(a[0], "number");
             } else if (equalsIgnoringCase(a[0], "date")) {
-                hasDate = true;
+                date = a[1];
                 checkAttributeCase(a[0], "date");
             }
         }
         if (number == nullptr) {
             warn(line, column, "Version without a number: the reader gives it an empty one");
+        } else if (isBlank(number)) {
+            warn(line, column, "Version with a blank number: the reader keeps it as it is");
         } else {
             const auto seen = numbers_.find(number);
             if (seen != numbers_.end()) {
@@ -160,8 +162,10 @@ class LintReader : public expatpp {
                 numbers_[number] = line;
             }
         }
-        if (!hasDate) {
+        if (date == nullptr) {
             warn(line, column, "Version without a date: the reader gives it an empty one");
+        } else if (isBlank(date)) {
+            warn(line, column, "Version with a blank date: the reader keeps it as it is");
         }
     }
 
@@ -179,56 +183,54 @@ class LintReader : public expatpp {
 
     const std::string& path_;
     std::vector<LintFinding>& findings_;
-    std::vector<Open> open_;
+    std::vector<Kind> open_;
+    std::vector<Open> versions_;
+    std::vector<Open> descriptions_;
     std::string text_;
     std::map<std::string, int> numbers_;
 };
 
 } // namespace
 
-std::vector<LintFinding> lintHistoryFile(const std::string& given) {
+bool lintHistoryFile(const std::string& given, std::vector<LintFinding>* findings,
+                     std::string* reason) {
     const std::string path = shownName(given);
-    std::vector<LintFinding> findings;
-    std::string reason;
-    std::FILE* file = openForReading(given.c_str(), &reason);
+    std::FILE* file = openForReading(given.c_str(), reason);
     if (file == nullptr) {
-        findings.push_back(
-            {path, 1, 1, true, "cannot open: " + reason + ": the reader returns an empty history"});
-        return findings;
+        return false;
     }
-    LintReader reader(path, findings);
+    LintReader reader(path, *findings);
     const bool wellFormed = velcan::feedInPieces(file, reader);
     std::fclose(file);
     if (!wellFormed) {
         const XML_Error code = reader.XML_GetErrorCode();
-        const int column = columnOf(reader);
         const std::string what = code == XML_ERROR_NOT_STANDALONE
                                      ? "not standalone (it refers to an external DTD)"
                                      : std::string("not well formed: ") + XML_ErrorString(code);
-        findings.push_back({path, reader.XML_GetCurrentLineNumber(), column, true,
-                            what + ": the reader returns an empty history"});
+        findings->push_back({path, reader.XML_GetCurrentLineNumber(), columnOf(reader), true,
+                             what + ": the reader returns an empty history"});
     } else if (reader.versions == 0) {
-        findings.push_back(
+        findings->push_back(
             {path, 1, 1, true, "no Version element: the file reads as an empty history"});
     }
-    return findings;
+    return true;
 }
 
 std::string formatFinding(const LintFinding& f) {
-    return f.file + ":" + std::to_string(f.line) + ":" + std::to_string(f.column) + ": " +
-           (f.error ? "error" : "warning") + ": " + f.message;
+    return location(f.file, f.line, f.column) + ": " + (f.error ? "error" : "warning") + ": " +
+           f.message;
 }
 
 std::string findingsAsJson(const std::vector<LintFinding>& findings) {
-    std::string out = "[";
+    std::string out = "{\"format\":" + std::to_string(kLintJsonFormat) + ",\"findings\":[";
+    bool first = true;
     for (const LintFinding& f : findings) {
-        if (out.size() > 1) {
-            out += ",";
-        }
-        out += "{\"file\":" + jsonString(f.file) + ",\"line\":" + std::to_string(f.line) +
+        out += first ? "{" : ",{";
+        first = false;
+        out += "\"file\":" + jsonString(f.file) + ",\"line\":" + std::to_string(f.line) +
                ",\"column\":" + std::to_string(f.column) +
                ",\"severity\":" + (f.error ? "\"error\"" : "\"warning\"") +
                ",\"message\":" + jsonString(f.message) + "}";
     }
-    return out + "]";
+    return out + "]}";
 }

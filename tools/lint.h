@@ -13,14 +13,22 @@ struct LintFinding {
     std::string message;
 };
 
-// Reads the file with the library's own reader class, fed in 1024-byte pieces as the history
-// reader feeds it, and returns every finding in the order met.
-std::vector<LintFinding> lintHistoryFile(const std::string& path);
+// The version of lint's JSON, its "format" member; raised when a member changes meaning or
+// goes away (a member added leaves it as it is).
+const int kLintJsonFormat = 1;
+
+// Reads the file ("-": standard input) with the library's own reader class, fed in 1024-byte
+// pieces as the history reader feeds it, and appends every finding in the order met. False,
+// with *reason ("No such file or directory"), when the file cannot be opened.
+bool lintHistoryFile(const std::string& path, std::vector<LintFinding>* findings,
+                     std::string* reason);
 
 // "FILE:LINE:COLUMN: error|warning: message", as compilers write it.
 std::string formatFinding(const LintFinding& finding);
 
-// The findings as one JSON array of objects with file, line, column, severity and message.
+// The findings as one JSON object: {"format": kLintJsonFormat, "findings": [{"file", "line",
+// "column", "severity", "message"}, ...]}. Always valid UTF-8: a byte of a file name that is
+// not UTF-8 becomes U+FFFD.
 std::string findingsAsJson(const std::vector<LintFinding>& findings);
 
 #endif

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "input.h"
 #include "lint.h"
 #include "report.h"
 
@@ -12,17 +13,30 @@ int lintCommand(const Arguments& args) {
     std::vector<std::string> options;
     Arguments files;
     int status = 0;
-    if (!splitArguments("lint", args, {"--json"}, &options, &files, &status)) {
+    if (!splitArguments("lint", args, {"--json", "--fail-on=error", "--fail-on=warning"}, &options,
+                        &files, &status)) {
         return status;
     }
-    const bool json = !options.empty();
+    bool json = false;
+    bool failOnWarnings = true;
+    for (const std::string& option : options) {
+        if (option == "--json") {
+            json = true;
+        } else {
+            failOnWarnings = option == "--fail-on=warning"; // the last one given wins
+        }
+    }
     if (files.empty()) {
         return usageError("lint: expects at least one FILE");
     }
     std::vector<LintFinding> findings;
+    bool unreadable = false;
     for (const char* file : files) {
-        const std::vector<LintFinding> some = lintHistoryFile(file);
-        findings.insert(findings.end(), some.begin(), some.end());
+        std::string reason;
+        if (!lintHistoryFile(file, &findings, &reason)) {
+            reportError("cannot open " + shownName(file) + ": " + reason);
+            unreadable = true;
+        }
     }
     std::string out;
     if (json) {
@@ -32,5 +46,9 @@ int lintCommand(const Arguments& args) {
             out += formatFinding(finding) + "\n";
         }
     }
-    return writeOut(out) && findings.empty() ? 0 : kExitFailure;
+    bool failing = unreadable;
+    for (const LintFinding& finding : findings) {
+        failing = failing || finding.error || failOnWarnings;
+    }
+    return writeOut(out) && !failing ? 0 : kExitFailure;
 }

@@ -37,33 +37,35 @@ const Command kCommands[] = {
      "signal number when a signal ended it, 127 when it could not be run. A line over the\n"
      "runner's limits is a usage error (2). TERM, INT or HUP sent to velcan end the command too.\n",
      runCommand},
-    {"lint", "[--json] [--] FILE...", "say what the history reader would drop or refuse",
-     "'-' is standard input. Exit status: 0 when the files are clean, 1 when there are\n"
-     "findings.\n",
+    {"lint", "[--json] [--fail-on=error] [--] FILE...",
+     "say what the history reader would drop or refuse",
+     "Findings go to stdout as FILE:LINE:COLUMN: error|warning: MESSAGE, or with --json as one\n"
+     "JSON object: its format version and the findings (a file name's bytes that are not UTF-8\n"
+     "become U+FFFD). '-' is standard input. Exit status: 0 when the files are clean, 1 when\n"
+     "there are findings or a file cannot be read; with --fail-on=error, warnings alone give 0.\n",
      lintCommand},
 };
 
 std::string usageLine(const Command& c, bool first) {
-    std::string line =
-        std::string(first ? "usage: " : "       ") + "velcan " + c.name + " " + c.synopsis;
-    return line;
+    return std::string(first ? "usage: " : "       ") + "velcan " + c.name + " " + c.synopsis;
 }
 
 std::string usage() {
-    std::size_t width = 0;
-    for (const Command& c : kCommands) {
-        width = std::max(width, usageLine(c, true).size());
-    }
     std::string text;
+    std::size_t width = 0;
     bool first = true;
     for (const Command& c : kCommands) {
-        std::string line = usageLine(c, first);
-        line.resize(width + 2, ' ');
-        text += line + c.summary + "\n";
+        text += usageLine(c, first) + "\n";
+        width = std::max(width, std::strlen(c.name));
         first = false;
     }
-    text += "       velcan COMMAND --help | --help | --version\n"
-            "\n"
+    text += "       velcan COMMAND --help | --help | --version\n\nCommands:\n";
+    for (const Command& c : kCommands) {
+        std::string name = c.name;
+        name.resize(width + 2, ' ');
+        text += "  " + name + c.summary + "\n";
+    }
+    text += "\n"
             "Exit status otherwise: 0 on success, 1 when a file cannot be read or written,\n"
             "2 on a usage error. 'velcan COMMAND --help' tells more of each.\n";
     return text;

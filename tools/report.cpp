@@ -8,6 +8,20 @@ void reportError(const std::string& message) {
     std::fprintf(stderr, "velcan: %s\n", message.c_str());
 }
 
+std::string location(const std::string& file, int line, int column) {
+    return file + ":" + std::to_string(line) + ":" + std::to_string(column);
+}
+
+int columnOf(expatpp& reader) {
+    return static_cast<int>(
+               ::XML_GetCurrentColumnNumber(static_cast<XML_Parser>(static_cast<void*>(reader)))) +
+           1;
+}
+
+std::string locationOf(const std::string& file, expatpp& reader) {
+    return location(file, reader.XML_GetCurrentLineNumber(), columnOf(reader));
+}
+
 int usageError(const std::string& message) {
     reportError(message + " (try 'velcan --help')");
     return kExitUsage;

@@ -6,12 +6,24 @@
 #include <string>
 #include <vector>
 
+#include <velcan/velcan.h>
+
 // Exit statuses shared by every command (a command that runs another passes its code on).
 const int kExitFailure = 1;
 const int kExitUsage = 2;
 
 // Prints "velcan: MESSAGE" on stderr, one line.
 void reportError(const std::string& message);
+
+// "FILE:LINE:COLUMN" (1-based): how every command names a place in a file.
+std::string location(const std::string& file, int line, int column);
+
+// The column (1-based) where reader's parser is: of the current event, or after an error the
+// error's.
+int columnOf(expatpp& reader);
+
+// location() of where reader's parser is in `file`.
+std::string locationOf(const std::string& file, expatpp& reader);
 
 // Reports a usage error, with a pointer to --help, and returns kExitUsage.
 int usageError(const std::string& message);

@@ -67,46 +67,46 @@ expect_way() { # PATTERN
   [[ $way == $1 ]] || fail "expected the way '$1', got '$way'"
 }
 
-machine_that_runs_i386_programs_runs_the_suite_natively() {
+test_machine_that_runs_i386_programs_runs_the_suite_natively() {
   FAKE_NATIVE=yes expect_way "native: this kernel runs i386 programs"
 }
 
-machine_that_cannot_run_them_emulates_with_debians_qemu() {
+test_machine_that_cannot_run_them_emulates_with_debians_qemu() {
   expect_way "emulated: this kernel cannot run i386 programs (32-bit emulation is off in it); Debian's qemu-i386 runs them*"
   [ -x "$i386_qemu" ] || fail "qemu-i386 was not unpacked into the cache"
 }
 
-machine_with_its_own_handler_uses_it() {
+test_machine_with_its_own_handler_uses_it() {
   FAKE_HANDLER=yes expect_way "emulated: *the machine's own binfmt_misc handler runs them"
 }
 
-qemu_older_than_wine_needs_is_not_used() {
+test_qemu_older_than_wine_needs_is_not_used() {
   FAKE_QEMU=1:7.2+dfsg-7+deb12u18 expect_way "none: *the newest the archive serves is 1:7.2+dfsg-7+deb12u18, and Wine needs 8.1 or later*"
   [ ! -e "$i386_qemu" ] || fail "an old qemu was unpacked"
 }
 
-archive_without_qemu_leaves_nothing_to_run_it_with() {
+test_archive_without_qemu_leaves_nothing_to_run_it_with() {
   FAKE_QEMU="" expect_way "none: *the archive lists neither qemu-user nor qemu-user-static)"
 }
 
-user_without_root_cannot_emulate() {
+test_user_without_root_cannot_emulate() {
   pkg_root=no expect_way "none: *emulating them needs root (or sudo) for a binfmt_misc handler"
 }
 
-hold_registers_a_handler_that_keeps_qemu_open() {
+test_hold_registers_a_handler_that_keeps_qemu_open() {
   i386_hold
   [ "$(cat "$i386_binfmt/register")" = \
     "$(printf "$i386_rule"):$i386_qemu:F" ] || fail "registered: $(cat "$i386_binfmt/register")"
 }
 
-release_takes_away_the_handler_it_registered() {
+test_release_takes_away_the_handler_it_registered() {
   i386_hold
   echo "interpreter $i386_qemu" >"$i386_handler" # as the kernel shows it
   i386_release
   [ "$(cat "$i386_handler")" = -1 ] || fail "the handler was left: $(cat "$i386_handler")"
 }
 
-release_leaves_a_handler_it_did_not_register() {
+test_release_leaves_a_handler_it_did_not_register() {
   FAKE_HANDLER=yes i386_hold
   echo "interpreter /usr/bin/qemu-i386-static" >"$i386_handler"
   FAKE_HANDLER=yes i386_release
@@ -115,7 +115,7 @@ release_leaves_a_handler_it_did_not_register() {
   [ ! -s "$i386_binfmt/register" ] || fail "a handler was registered beside the machine's own"
 }
 
-stale_handler_of_a_killed_run_is_cleared() {
+test_stale_handler_of_a_killed_run_is_cleared() {
   mkdir -p "${i386_qemu%/*}"
   echo "interpreter $i386_qemu" >"$i386_handler"
   i386_clear_stale

@@ -64,13 +64,13 @@ expect_eq() { [ "$1" = "$2" ] || fail "expected [$2], got [$1]"; }
 expect_contains() { [[ $1 == *"$2"* ]] || fail "expected to find [$2] in: $1"; }
 expect_lacks() { [[ $1 != *"$2"* ]] || fail "did not expect [$2] in: $1"; }
 
-versions_are_ordered_newest_first_by_debian_rules() {
+test_versions_are_ordered_newest_first_by_debian_rules() {
   FAKE_SOURCE_VERSIONS="2.5.0-1+deb12u2 2.5.0-1+deb12u10 2.5.0~rc1-1 2.5.0-1+deb12u5 2.5.0-1"
   expect_eq "$(pkg_source_versions expat | paste -sd ' ' -)" \
     "2.5.0-1+deb12u10 2.5.0-1+deb12u5 2.5.0-1+deb12u2 2.5.0-1 2.5.0~rc1-1"
 }
 
-fetch_takes_the_newest_listed_version_and_says_nothing() {
+test_fetch_takes_the_newest_listed_version_and_says_nothing() {
   FAKE_SOURCE_VERSIONS="2.5.0-1+deb12u2 2.5.0-1+deb12u5" FAKE_FETCHABLE="2.5.0-1+deb12u5 2.5.0-1+deb12u2"
   local out err
   out=$(pkg_fetch_source expat "$work/src" 2>"$work/err")
@@ -80,7 +80,7 @@ fetch_takes_the_newest_listed_version_and_says_nothing() {
   expect_eq "$(ls -A "$work/src")" "expat-2.5.0-1+deb12u5"
 }
 
-fetch_falls_back_to_the_newest_version_that_can_be_fetched() {
+test_fetch_falls_back_to_the_newest_version_that_can_be_fetched() {
   FAKE_SOURCE_VERSIONS="2.5.0-1+deb12u2 2.5.0-1+deb12u10 2.5.0-1+deb12u5"
   FAKE_FETCHABLE="2.5.0-1+deb12u2 2.5.0-1"
   local out err
@@ -96,7 +96,7 @@ fetch_falls_back_to_the_newest_version_that_can_be_fetched() {
   expect_eq "$(ls -A "$work/src")" "expat-2.5.0-1+deb12u2"
 }
 
-fetch_fails_with_a_clear_message_when_no_version_can_be_fetched() {
+test_fetch_fails_with_a_clear_message_when_no_version_can_be_fetched() {
   FAKE_SOURCE_VERSIONS="2.5.0-1+deb12u2 2.5.0-1+deb12u5" FAKE_FETCHABLE=""
   local rc=0 err
   pkg_fetch_source expat "$work/src" >"$work/out" 2>"$work/err" || rc=$?
@@ -107,7 +107,7 @@ fetch_fails_with_a_clear_message_when_no_version_can_be_fetched() {
   expect_contains "$err" "tried 2.5.0-1+deb12u5 2.5.0-1+deb12u2"
 }
 
-fetch_says_when_no_source_is_listed() {
+test_fetch_says_when_no_source_is_listed() {
   FAKE_SOURCE_VERSIONS=""
   local rc=0
   pkg_fetch_source expat "$work/src" 2>"$work/err" >/dev/null || rc=$?
@@ -121,7 +121,7 @@ Inst wine32:i386 (8.0~repack-4 Debian:12.15/oldstable [i386])
 Remv libbar2 [3.1-1]
 Conf wine32:i386 (8.0~repack-4 Debian:12.15/oldstable [i386])"
 
-plan_changes_name_each_upgrade_downgrade_and_removal() {
+test_plan_changes_name_each_upgrade_downgrade_and_removal() {
   expect_eq "$(printf '%s\n' "$plan" | pkg_changes_in_plan)" \
 "libexpat1 2.5.0-1+deb12u5 -> 2.5.0-1+deb12u2 (downgrade)
 libfoo1 1.0-1 -> 1.0-2 (upgrade)
@@ -131,7 +131,7 @@ libbar2 3.1-1 -> removed"
 # Real installs (not simulations) that the fake apt-get was asked for.
 installs() { grep ' install ' "$log" | grep -v ' -s ' || true; }
 
-install_of_new_packages_alone_asks_nothing() {
+test_install_of_new_packages_alone_asks_nothing() {
   FAKE_PLAN="Inst wine64 (8.0~repack-4 Debian:12.15/oldstable [amd64])
 Conf wine64 (8.0~repack-4 Debian:12.15/oldstable [amd64])"
   pkg_install "64-bit Wine" wine64 >/dev/null 2>"$work/err"
@@ -139,7 +139,7 @@ Conf wine64 (8.0~repack-4 Debian:12.15/oldstable [amd64])"
   expect_eq "$(installs)" "apt-get install -y -qq --no-install-recommends wine64"
 }
 
-install_upgrades_to_the_candidate_and_names_each_upgrade() {
+test_install_upgrades_to_the_candidate_and_names_each_upgrade() {
   FAKE_PLAN="Inst libexpat1-dev [2.5.0-1+deb12u1] (2.5.0-1+deb12u5 Debian-Security:12/oldstable-security [amd64]) []
 Inst libexpat1 [2.5.0-1+deb12u1] (2.5.0-1+deb12u5 Debian-Security:12/oldstable-security [amd64])
 Inst libace-dev (7.0.8+dfsg-2 Debian:12.15/oldstable [amd64])"
@@ -151,7 +151,7 @@ tested: installing libace-dev"
     "apt-get install -y -qq --no-install-recommends libexpat1-dev libexpat1 libace-dev"
 }
 
-install_refuses_a_plan_with_a_downgrade_whatever_the_environment_says() {
+test_install_refuses_a_plan_with_a_downgrade_whatever_the_environment_says() {
   FAKE_PLAN="Inst libexpat1 [2.5.0-1+deb12u5] (2.5.0-1+deb12u2 Debian:12.15/oldstable [amd64])
 Inst wine32:i386 (8.0~repack-4 Debian:12.15/oldstable [i386])"
   local rc=0 err
@@ -164,7 +164,7 @@ Inst wine32:i386 (8.0~repack-4 Debian:12.15/oldstable [i386])"
   expect_eq "$(installs)" ""
 }
 
-install_refuses_a_plan_with_a_removal() {
+test_install_refuses_a_plan_with_a_removal() {
   FAKE_PLAN="Inst libfoo1 [1.0-1] (1.0-2 Debian:12.15/oldstable [amd64])
 Remv git [1:2.39.5-0+deb12u3]
 Inst wine32:i386 (8.0~repack-4 Debian:12.15/oldstable [i386])"
@@ -182,14 +182,14 @@ failed_index_left_out="E: Failed to fetch http://deb.debian.org/debian-security/
     - Filesize:365336 [weak]
 E: Some index files failed to download. They have been ignored, or old ones used instead."
 
-update_names_a_failed_index_in_one_line_and_goes_on() {
+test_update_names_a_failed_index_in_one_line_and_goes_on() {
   FAKE_UPDATE=$failed_index_left_out
   pkg_update 2>"$work/err"
   expect_eq "$(cat "$work/err")" "tested: leaving out the bookworm-security/main binary-i386 index (http://deb.debian.org/debian-security): it failed apt's checks: File has unexpected size (346968 != 365336)."
   expect_eq "$pkg_updated" yes
 }
 
-refusal_says_which_index_was_left_out() {
+test_refusal_says_which_index_was_left_out() {
   FAKE_UPDATE=$failed_index_left_out
   pkg_update 2>/dev/null
   FAKE_PLAN="Inst libexpat1 [2.5.0-1+deb12u5] (2.5.0-1+deb12u2 Debian:12.15/oldstable [amd64])"
@@ -197,7 +197,7 @@ refusal_says_which_index_was_left_out() {
   expect_contains "$(cat "$work/err")" "the bookworm-security/main binary-i386 index was left out (File has unexpected size"
 }
 
-install_reports_when_apt_finds_no_plan() {
+test_install_reports_when_apt_finds_no_plan() {
   FAKE_PLAN="E: Unable to correct problems, you have held broken packages." FAKE_PLAN_STATUS=100
   local rc=0
   pkg_install "32-bit Wine" wine32:i386 >/dev/null 2>"$work/err" || rc=$?
@@ -207,7 +207,7 @@ install_reports_when_apt_finds_no_plan() {
   expect_eq "$(installs)" ""
 }
 
-user_without_sudo_gets_one_line_naming_each_package_once() {
+test_user_without_sudo_gets_one_line_naming_each_package_once() {
   local rc=0 err
   FAKE_UID=1000 "$root/scripts/install-deps" velcan-absent-a velcan-absent-b velcan-absent-a \
     </dev/null >"$work/out" 2>"$work/err" || rc=$?
@@ -221,7 +221,7 @@ user_without_sudo_gets_one_line_naming_each_package_once() {
   expect_lacks "$(cat "$log")" "apt-get"
 }
 
-root_sources_leave_out_a_suite_whose_index_fails() {
+test_root_sources_leave_out_a_suite_whose_index_fails() {
   FAKE_INDEXTARGETS="http://deb.debian.org/debian/ bookworm main Debian
 http://deb.debian.org/debian/ bookworm-updates main Debian
 http://deb.debian.org/debian-security/ bookworm-security main Debian-Security
@@ -235,7 +235,7 @@ deb http://deb.debian.org/debian/ bookworm-updates main"
   expect_contains "$(cat "$log")" "APT::Architectures=i386"
 }
 
-root_sources_keep_every_suite_when_all_indexes_pass() {
+test_root_sources_keep_every_suite_when_all_indexes_pass() {
   FAKE_INDEXTARGETS="http://deb.debian.org/debian/ bookworm main Debian
 http://deb.debian.org/debian-security/ bookworm-security main Debian-Security"
   # shellcheck source=../../scripts/lib/roots.sh
@@ -245,7 +245,7 @@ deb http://deb.debian.org/debian/ bookworm main"
   expect_eq "$(cat "$work/err")" ""
 }
 
-host_check_names_each_removal_and_downgrade() {
+test_host_check_names_each_removal_and_downgrade() {
   printf 'git\t1:2.39.5-0+deb12u3\nlibexpat1:amd64\t2.5.0-1+deb12u5\nlibfoo1\t1.0-1\nlibbaz\t2\n' >"$work/before"
   printf 'libexpat1:amd64\t2.5.0-1+deb12u2\nlibfoo1\t1.0-2\nlibbaz\t2\nwine64\t8.0\n' >"$work/after"
   local rc=0 out
@@ -256,7 +256,7 @@ downgraded: libexpat1:amd64 2.5.0-1+deb12u5 -> 2.5.0-1+deb12u2
 host packages: 1 added, 1 upgraded, SOME REMOVED OR DOWNGRADED (above)"
 }
 
-host_check_passes_additions_and_upgrades() {
+test_host_check_passes_additions_and_upgrades() {
   printf 'libexpat1:amd64\t2.5.0-1+deb12u1\n' >"$work/before"
   printf 'libexpat1:amd64\t2.5.0-1+deb12u5\nwine64\t8.0\n' >"$work/after"
   expect_eq "$(pkg_compare_lists "$work/before" "$work/after")" \

@@ -25,28 +25,28 @@ failed() {
 wine='"/r/scripts/wine-run" "--win64" "/b/t.exe" "--gtest_filter=A.B"'
 banner=$'Note: Google Test filter = A.B\n[==========] Running 1 test from 1 test suite.\n'
 
-program_that_printed_nothing_is_run_again() {
+test_program_that_printed_nothing_is_run_again() {
   failed 140 'Cases/E.Says/X  # GetParam() = X' "$wine" ''
   wine_could_not_start "$work" || fail "a program with no output was not taken for a start failure"
 }
 
-program_wine_could_not_start_with_its_message_is_run_again() {
+test_program_wine_could_not_start_with_its_message_is_run_again() {
   failed 7 A.B "$wine" $'wine: ShellExecuteEx failed: File not found.\n'
   wine_could_not_start "$work" || fail "ShellExecuteEx failed was not taken for a start failure"
 }
 
-test_that_started_and_failed_is_not_run_again() {
+test_test_that_started_and_failed_is_not_run_again() {
   failed 7 A.B "$wine" "${banner}[  FAILED  ] A.B"$'\n'
   ! wine_could_not_start "$work" || fail "a test that ran and failed would be run again"
 }
 
-failure_beside_a_start_failure_is_not_run_again() {
+test_failure_beside_a_start_failure_is_not_run_again() {
   failed 7 A.B "$wine" ''
   failed 8 A.C "$wine" "${banner}[  FAILED  ] A.C"$'\n'
   ! wine_could_not_start "$work" || fail "a real failure beside a start failure would be run again"
 }
 
-test_not_run_under_wine_is_not_run_again() {
+test_test_not_run_under_wine_is_not_run_again() {
   failed 240 library_exports_only_its_boundary '"/usr/bin/cmake" "-P" "check.cmake"' ''
   ! wine_could_not_start "$work" || fail "a failed check of the build would be run again"
 }

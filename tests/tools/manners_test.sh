@@ -42,7 +42,7 @@ expect_write_error() {
     fail "velcan $* >/dev/full said: $err"
 }
 
-bare_velcan_prints_the_usage_on_stderr_as_a_usage_error() {
+test_bare_velcan_prints_the_usage_on_stderr_as_a_usage_error() {
   local rc=0 out
   out=$("$tool" 2>"$work/err") || rc=$?
   [ "$rc" -eq 2 ] || fail "exit status $rc, expected 2"
@@ -50,19 +50,30 @@ bare_velcan_prints_the_usage_on_stderr_as_a_usage_error() {
   [ "$(cat "$work/err")" = "$("$tool" --help)" ] || fail "stderr is not the usage: $(cat "$work/err")"
 }
 
-history_of_a_malformed_file_from_a_pipe_says_what_the_file_says() {
+# --help lists every command of the usage under "Commands:", each summary in one column.
+test_help_lists_every_command_with_its_summary_in_one_column() {
+  local help commands listed columns
+  help=$("$tool" --help)
+  commands=$(sed -n 's/^\(usage:\|      \) velcan \([a-z]*\) .*/\2/p' <<<"$help" | grep -v '^$')
+  listed=$(sed -n '/^Commands:$/,/^$/s/^  \([a-z]*\) .*/\1/p' <<<"$help")
+  [ -n "$commands" ] && [ "$commands" = "$listed" ] || fail "usage lines: [$commands], listed: [$listed]"
+  columns=$(sed -n '/^Commands:$/,/^$/s/^\(  [a-z]* *\)[^ ].*/\1/p' <<<"$help" | awk '{ print length }' | sort -u)
+  [ "$(wc -l <<<"$columns")" -eq 1 ] || fail "summaries start in columns: $columns"
+}
+
+test_history_of_a_malformed_file_from_a_pipe_says_what_the_file_says() {
   expect_same_from_a_pipe history "$data/mismatched.xml"
 }
 
-history_of_a_good_file_from_a_pipe_prints_what_the_file_prints() {
+test_history_of_a_good_file_from_a_pipe_prints_what_the_file_prints() {
   expect_same_from_a_pipe history "$data/../../../examples/version-history.xml"
 }
 
-events_from_a_pipe_prints_what_the_file_prints() {
+test_events_from_a_pipe_prints_what_the_file_prints() {
   expect_same_from_a_pipe events "$data/mismatched.xml"
 }
 
-history_from_a_pipe_leaves_no_copy_behind() {
+test_history_from_a_pipe_leaves_no_copy_behind() {
   TMPDIR=$work "$tool" history - <"$data/events.xml" >/dev/null 2>&1 || true
   [ -z "$(ls "$work")" ] || fail "left behind: $(ls "$work")"
 }
@@ -73,8 +84,38 @@ version_to_a_full_device_is_an_error() { expect_write_error --version; }
 run_output_to_a_full_device_is_an_error() { expect_write_error run echo hi; }
 lint_to_a_full_device_is_an_error() { expect_write_error lint "$data/mismatched.xml"; }
 
+test_lint_from_a_pipe_says_what_the_file_says() {
+  expect_same_from_a_pipe lint "$data/lint/malformed.xml"
+}
+
+# lint --json is valid UTF-8 even when a file's name is not: the stray byte becomes U+FFFD.
+test_lint_json_is_valid_utf8_for_a_file_name_that_is_not() {
+  local name out
+  name=$work/$'bad\xffname.xml'
+  cp "$data/lint/outside.xml" "$name"
+  out=$("$tool" lint --json "$name") && fail "lint found nothing in $name"
+  printf '%s' "$out" | iconv -f UTF-8 -t UTF-8 >/dev/null || fail "not UTF-8: $out"
+  case $out in
+    *"bad"$'\xef\xbf\xbd'"name.xml"*) ;;
+    *) fail "the name's byte is not U+FFFD: $out" ;;
+  esac
+}
+
+# Depth costs lint no more per element than breadth: a Version 100,000 elements deep is found,
+# with the one warning it earns, and nothing else.
+test_lint_reads_a_deeply_nested_document() {
+  local depth=100000 out
+  {
+    printf '<a>%.0s' $(seq "$depth")
+    printf '<Version number="1" date="2026-11-24">\n<FeatureDescription/></Version>'
+    printf '</a>%.0s' $(seq "$depth")
+  } >"$work/deep.xml"
+  out=$("$tool" lint "$work/deep.xml") && fail "an empty description passed"
+  [ "$out" = "$work/deep.xml:2:1: warning: empty description" ] || fail "lint said: $out"
+}
+
 # A signal that ends velcan run ends its command: the child is gone once velcan has ended.
-signal_that_ends_run_ends_its_command_too() {
+test_signal_that_ends_run_ends_its_command_too() {
   local signal pid child rc tries
   for signal in TERM INT HUP; do
     rm -f "$work/pid"

@@ -26,7 +26,7 @@ line' '\back' '$HOME' '*' ';&|<>' 'é'; }
 # A word with both kinds of quote has a form when its quotes pair up, or when it comes last.
 both_quotes_in_pairs_or_last_pass_literally() { expect_args "a'b'c\"d\"" x "last'one\""; }
 
-argument_the_command_line_cannot_express_is_a_usage_error_and_nothing_runs() {
+test_argument_the_command_line_cannot_express_is_a_usage_error_and_nothing_runs() {
   local marker rc=0 err
   marker=$(mktemp -u /tmp/velcan-ran-XXXXXX)
   err=$("$tool" run sh -c "touch $marker" "a'b\"c d" x 2>&1 >/dev/null) || rc=$?
@@ -36,7 +36,7 @@ argument_the_command_line_cannot_express_is_a_usage_error_and_nothing_runs() {
   [ ! -e "$marker" ] || { rm -f "$marker"; fail "the command ran"; }
 }
 
-empty_or_blank_command_is_a_usage_error() {
+test_empty_or_blank_command_is_a_usage_error() {
   local rc err word
   for word in '' '  '; do
     rc=0
@@ -46,7 +46,7 @@ empty_or_blank_command_is_a_usage_error() {
   done
 }
 
-child_exiting_127_is_not_reported_as_a_failure_to_run() {
+test_child_exiting_127_is_not_reported_as_a_failure_to_run() {
   local rc=0 err
   err=$("$tool" run sh -c 'exit 127' 2>&1) || rc=$?
   [ "$rc" -eq 127 ] || fail "exit status $rc, expected 127"
