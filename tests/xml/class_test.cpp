@@ -1,4 +1,7 @@
 // The expatpp class itself: construction, defaults, copies, routing and pass-throughs.
+// These tests copy readers on purpose, to show what a copy does.
+#define VELCAN_ALLOW_EXPATPP_COPY
+
 #include <gtest/gtest.h>
 
 #include "overwriting_assignment.h"

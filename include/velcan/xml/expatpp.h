@@ -15,6 +15,16 @@
 
 #include "velcan/export.h"
 
+// Copying a reader is almost always a mistake (see the copy constructor), so compilers warn of
+// it. Define VELCAN_ALLOW_EXPATPP_COPY before including this header where a copy is meant.
+#if defined(VELCAN_ALLOW_EXPATPP_COPY)
+#define VELCAN_EXPATPP_COPY
+#elif defined(_MSC_VER)
+#define VELCAN_EXPATPP_COPY __declspec(deprecated("copies share one parser; hold a reader in place or by pointer"))
+#else
+#define VELCAN_EXPATPP_COPY __attribute__((deprecated("copies share one parser; hold a reader in place or by pointer")))
+#endif
+
 class VELCAN_API expatpp {
   public:
     // With createParser true (the default), creates an expat parser with no encoding named,
@@ -26,9 +36,11 @@ class VELCAN_API expatpp {
     // shallow, both objects then hold the same parser, and each frees it when destroyed
     // (a std::vector of readers that grows frees one parser twice). The parser's user data stays
     // the object that created it, so events of a document fed through a copy still go to the
-    // original. Assignment overwrites the target's handle without freeing it.
-    expatpp(const expatpp&) = default;
-    expatpp& operator=(const expatpp&) = default;
+    // original. Assignment overwrites the target's handle without freeing it. Both are marked
+    // deprecated so that a compiler warns of a copy, a derived reader's included; they stay
+    // exported as they are.
+    VELCAN_EXPATPP_COPY expatpp(const expatpp&) = default;
+    VELCAN_EXPATPP_COPY expatpp& operator=(const expatpp&) = default;
 
     // Frees the parser when `parser` is not null.
     virtual ~expatpp();
@@ -105,5 +117,7 @@ class VELCAN_API expatpp {
     // The expat parser; null when there is none.
     XML_Parser parser;
 };
+
+#undef VELCAN_EXPATPP_COPY
 
 #endif
