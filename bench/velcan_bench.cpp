@@ -230,24 +230,29 @@ void XMLCALL cText(void* w, const char* s, int len) {
     static_cast<Work*>(w)->text(s, len);
 }
 
-// Runs the tool's events command, or the plain expat program, with stdout sent to path.
-double eventsTo(const std::string& out, const std::string& doc, bool tool) {
+// Runs one of the tool's commands (or anything else that prints), with stdout sent to path.
+double printingTo(const std::string& out, const std::function<void()>& command) {
     std::fflush(stdout);
     const int saved = dup(1);
     const int sink = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     dup2(sink, 1);
     close(sink);
-    const double t = seconds([&] {
+    const double t = seconds(command);
+    std::fflush(stdout);
+    dup2(saved, 1);
+    close(saved);
+    return t;
+}
+
+// The tool's events command, or the plain expat program.
+double eventsTo(const std::string& out, const std::string& doc, bool tool) {
+    return printingTo(out, [&] {
         if (tool) {
             eventsCommand({doc.c_str()});
         } else {
             baseline::printEvents(doc.c_str());
         }
     });
-    std::fflush(stdout);
-    dup2(saved, 1);
-    close(saved);
-    return t;
 }
 
 void eventsMeasure(bool quick) {
@@ -267,6 +272,41 @@ void eventsMeasure(bool quick) {
     row(same ? "velcan events, 10 MB / plain expat, unlocked stdio"
              : "velcan events: OUTPUT DIFFERS from plain expat",
         ms(t.measure), ms(t.baseline), same ? t.measure / t.baseline : 99.0, 1.10);
+}
+
+// lint against history on one document nested deep: each event must cost lint the same at
+// any depth, as it costs the reader.
+void lintDepthMeasure(bool quick) {
+    const std::string doc = "/tmp/velcan-bench-deep.xml";
+    const int depth = quick ? 20000 : 200000;
+    {
+        std::string text;
+        for (int i = 0; i < depth; ++i) {
+            text += "<a>";
+        }
+        text += "<Version number=\"1.0\" date=\"2026-11-24\"><FeatureDescription>deep"
+                "</FeatureDescription></Version>";
+        for (int i = 0; i < depth; ++i) {
+            text += "</a>";
+        }
+        FILE* f = std::fopen(doc.c_str(), "wb");
+        std::fwrite(text.data(), 1, text.size(), f);
+        std::fclose(f);
+    }
+    int lintStatus = -1;
+    int historyStatus = -1;
+    const Pair t = interleaved(
+        quick ? 3 : 5,
+        [&] { return printingTo("/dev/null", [&] { lintStatus = lintCommand({doc.c_str()}); }); },
+        [&] {
+            return printingTo("/dev/null", [&] { historyStatus = historyCommand({doc.c_str()}); });
+        });
+    std::remove(doc.c_str());
+    char name[64];
+    std::snprintf(name, sizeof name, "velcan lint / velcan history, %d deep", depth);
+    const bool ran = lintStatus == 0 && historyStatus == 0;
+    row(ran ? name : "velcan lint or history FAILED on the deep document", ms(t.measure),
+        ms(t.baseline), ran ? t.measure / t.baseline : 99.0, 3.0);
 }
 
 void dispatchMeasure(bool quick) {
@@ -540,6 +580,7 @@ int main(int argc, char** argv) {
     historyMeasures(quick);
     dispatchMeasure(quick);
     eventsMeasure(quick);
+    lintDepthMeasure(quick);
     std::printf("%d of the targets missed%s\n", failures,
                 quick ? " (quick run: sizes too small to judge)" : "");
     return 0;

@@ -1,12 +1,8 @@
 # Package handling shared by the scripts (sourced, not run). Callers set `me` (the script's
 # name, for messages) before sourcing.
 #
-# The one rule: the host only ever gains packages. What is missing is installed; an installed
-# package is upgraded to the archive's candidate where the caller asks for it (as plain
-# `apt-get install` does), each upgrade named in one line. Nothing is ever downgraded or
-# removed, whatever the environment or the options: a plan that would is refused with its
-# list and the reason, and nothing is changed. Whatever conflicts with the host lives in a
-# private root (scripts/lib/roots.sh).
+# This file carries out the package rule, "Packages: the host only ever gains" in
+# docs/scripts.md, where it is written.
 
 export DEBIAN_FRONTEND=noninteractive
 

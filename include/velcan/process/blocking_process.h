@@ -63,9 +63,12 @@ class VELCAN_API IBlockingProcessObserver {
 // broken pipe), so after an ordinary run with an observer errno is 109. 127 is also what a
 // child that exits with 127 returns: clear errno first to tell them apart.
 //
-// The observer stays the caller's; the runner keeps no pointer to it after returning. Calls
-// on different threads are independent: each child gets descriptors 0, 1 and 2 and nothing
-// else of the caller's, and no other child of the application inherits a run's pipe.
+// The observer stays the caller's; the runner keeps no pointer to it after returning, and
+// allocates nothing per piece. Calls on different threads are independent: each child gets
+// descriptors 0, 1 and 2 and nothing else of the caller's, and no other child of the
+// application inherits a run's pipe (on POSIX systems; docs/runner.md tells Windows' one
+// exception). It works in programs whose own descriptors 0-2 are closed, and reads and waits
+// interrupted by a signal handler without SA_RESTART are retried.
 VELCAN_API int LaunchBlockingProcess(const char* commandLine, IBlockingProcessObserver* observer);
 
 #endif

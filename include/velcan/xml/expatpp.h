@@ -20,9 +20,11 @@
 #if defined(VELCAN_ALLOW_EXPATPP_COPY)
 #define VELCAN_EXPATPP_COPY
 #elif defined(_MSC_VER)
-#define VELCAN_EXPATPP_COPY __declspec(deprecated("copies share one parser; hold a reader in place or by pointer"))
+#define VELCAN_EXPATPP_COPY                                                                        \
+    __declspec(deprecated("copies share one parser; hold a reader in place or by pointer"))
 #else
-#define VELCAN_EXPATPP_COPY __attribute__((deprecated("copies share one parser; hold a reader in place or by pointer")))
+#define VELCAN_EXPATPP_COPY                                                                        \
+    __attribute__((deprecated("copies share one parser; hold a reader in place or by pointer")))
 #endif
 
 class VELCAN_API expatpp {
