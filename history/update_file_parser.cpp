@@ -4,8 +4,6 @@
 #include <new>
 #include <utility>
 
-#include "history/ascii.h"
-
 TUpdateFileParser::TUpdateFileParser()
     : expatpp(true), currentStored(false), inFeatureDescription(false), outOfMemory_(false) {}
 
@@ -42,34 +40,23 @@ void TUpdateFileParser::charData(const char* s, int len) {
     }
 }
 
-TUpdateFileParser::ElementKind TUpdateFileParser::kindOf(const char* name) {
-    static const char version[] = "version";
-    static const char featureDescription[] = "featuredescription";
-    switch (std::strlen(name)) {
-    case sizeof version - 1:
-        return foldedEquals(name, version, sizeof version - 1) ? ElementKind::Version
-                                                               : ElementKind::Other;
-    case sizeof featureDescription - 1:
-        return foldedEquals(name, featureDescription, sizeof featureDescription - 1)
-                   ? ElementKind::FeatureDescription
-                   : ElementKind::Other;
-    default:
-        return ElementKind::Other;
-    }
-}
-
 void TUpdateFileParser::onStartElement(const char* name, const char** atts) {
-    const ElementKind kind = kindOf(name);
+    const ElementKind kind = velcan::history::elementKindOf(name);
     openElements.push_back(kind);
     if (kind == ElementKind::Version) {
         // A missing attribute gives an empty text: nothing carries over.
         const char* number = "";
         const char* date = "";
         for (const char** a = atts; a[0] != nullptr; a += 2) {
-            if (equalsIgnoringCase(a[0], "number")) {
+            switch (velcan::history::attributeKindOf(a[0])) {
+            case velcan::history::AttributeKind::Number:
                 number = a[1];
-            } else if (equalsIgnoringCase(a[0], "date")) {
+                break;
+            case velcan::history::AttributeKind::Date:
                 date = a[1];
+                break;
+            case velcan::history::AttributeKind::Other:
+                break;
             }
         }
         currentVersion.number.assign(number);

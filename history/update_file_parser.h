@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "history/format.h"
 #include "velcan/history/update_file.h"
 #include "velcan/xml/expatpp.h"
 
@@ -25,8 +26,7 @@ class TUpdateFileParser : public expatpp {
     bool outOfMemory() const { return outOfMemory_; }
 
   private:
-    enum class ElementKind : unsigned char { Other, Version, FeatureDescription };
-    static ElementKind kindOf(const char* name);
+    using ElementKind = velcan::history::ElementKind;
 
     // Runs one event's work. An allocation that fails must not unwind through expat's C
     // frames: it stops the parser instead, and the read fails.

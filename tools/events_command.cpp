@@ -8,7 +8,8 @@
 #include <velcan/velcan.h>
 
 #include "commands.h"
-#include "history/pieces.h"
+#include "history/format.h"
+#include "xml/pieces.h"
 #include "json.h"
 #include "input.h"
 #include "report.h"
@@ -140,7 +141,7 @@ int eventsCommand(const Arguments& args) {
         return kExitFailure;
     }
     EventPrinter printer;
-    const bool wellFormed = velcan::feedInPieces(file, printer);
+    const bool wellFormed = velcan::feedInPieces<velcan::history::kPieceSize>(file, printer);
     std::fclose(file);
     printer.flush();
     if (wellFormed) {

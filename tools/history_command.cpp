@@ -13,7 +13,8 @@
 #endif
 
 #include "commands.h"
-#include "history/pieces.h"
+#include "history/format.h"
+#include "xml/pieces.h"
 #include "json.h"
 #include "input.h"
 #include "report.h"
@@ -119,7 +120,7 @@ std::string sampleFile() {
 bool reportXmlError(std::FILE* file, const char* path) {
     std::rewind(file);
     expatpp reader;
-    if (velcan::feedInPieces(file, reader)) {
+    if (velcan::feedInPieces<velcan::history::kPieceSize>(file, reader)) {
         return false;
     }
     reportError(locationOf(path, reader) + ": " + XML_ErrorString(reader.XML_GetErrorCode()));

@@ -11,15 +11,16 @@
 
 #include <velcan/velcan.h>
 
-#include "history/ascii.h"
-#include "history/pieces.h"
+#include "history/format.h"
+#include "xml/pieces.h"
 #include "json.h"
 #include "input.h"
 #include "report.h"
 
 namespace {
 
-enum class Kind { Version, FeatureDescription, Other };
+using velcan::history::AttributeKind;
+using Kind = velcan::history::ElementKind;
 
 // Where an open Version or FeatureDescription started.
 struct Open {
@@ -47,7 +48,7 @@ class LintReader : public expatpp {
     int versions = 0;
 
     void startElement(const char* name, const char** atts) override {
-        const Kind kind = kindOf(name);
+        const Kind kind = velcan::history::elementKindOf(name);
         const int line = XML_GetCurrentLineNumber();
         const int column = columnOf(*this);
         checkLetterCase(name, kind);
@@ -115,21 +116,9 @@ class LintReader : public expatpp {
     }
 
   private:
-    static Kind kindOf(const char* name) {
-        if (equalsIgnoringCase(name, "version")) {
-            return Kind::Version;
-        }
-        if (equalsIgnoringCase(name, "featuredescription")) {
-            return Kind::FeatureDescription;
-        }
-        return Kind::Other;
-    }
-
     void checkLetterCase(const char* name, Kind kind) {
-        const char* usual = kind == Kind::Version              ? "Version"
-                            : kind == Kind::FeatureDescription ? "FeatureDescription"
-                                                               : nullptr;
-        if (usual != nullptr && std::strcmp(name, usual) != 0) {
+        const char* usual = velcan::history::nameOf(kind);
+        if (kind != Kind::Other && std::strcmp(name, usual) != 0) {
             warn(XML_GetCurrentLineNumber(), columnOf(*this),
                  std::string("element '") + name + "' is read as '" + usual +
                      "' (the letter case differs)");
@@ -140,13 +129,13 @@ class LintReader : public expatpp {
         const char* number = nullptr;
         const char* date = nullptr;
         for (const char** a = atts; *a != nullptr; a += 2) {
-            if (equalsIgnoringCase(a[0], "number")) {
-                number = a[1]; // the later one wins, as in the reader
-                checkAttributeCase(a[0], "number");
-            } else if (equalsIgnoringCase(a[0], "date")) {
-                date = a[1];
-                checkAttributeCase(a[0], "date");
+            const AttributeKind kind = velcan::history::attributeKindOf(a[0]);
+            if (kind == AttributeKind::Other) {
+                continue;
             }
+            (kind == AttributeKind::Number ? number : date) =
+                a[1]; // the later wins, as in the reader
+            checkAttributeCase(a[0], velcan::history::nameOf(kind));
         }
         if (number == nullptr) {
             warn(line, column, "Version without a number: the reader gives it an empty one");
@@ -200,7 +189,7 @@ bool lintHistoryFile(const std::string& given, std::vector<LintFinding>* finding
         return false;
     }
     LintReader reader(path, *findings);
-    const bool wellFormed = velcan::feedInPieces(file, reader);
+    const bool wellFormed = velcan::feedInPieces<velcan::history::kPieceSize>(file, reader);
     std::fclose(file);
     if (!wellFormed) {
         const XML_Error code = reader.XML_GetErrorCode();
