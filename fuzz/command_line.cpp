@@ -1,14 +1,16 @@
 // The runner's command-line checks and splitting, compared with the process layer's own
-// splitting. Nothing is spawned.
+// splitting of the same line, set up by the runner's own options code. Nothing is spawned.
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include <ace/Process.h>
 
 #include "process/command_line.h"
+#include "process/options.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string line(reinterpret_cast<const char*>(data), size);
@@ -25,23 +27,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         parsed.program == nullptr) {
         std::abort();
     }
-    // The process layer, set up as the runner sets it up and given the same line, must make
-    // the same words of it.
-    ACE_Process_Options options(true, velcan::kCommandLineBuffer, velcan::kEnvironmentBuffer,
-                                velcan::kEnvironmentEntries, velcan::kArgumentSlots);
-#if defined(__GNUC__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-security"
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-#endif
-    // A format with no arguments, as the runner passes it; it holds no directive but "%%"
-    // (refused above otherwise).
-    options.command_line(text);
-#if defined(__GNUC__)
-#pragma GCC diagnostic pop
-#endif
+    // The process layer, given the line by the runner's own options code, must make the same
+    // words of it. (The line holds no directive but "%%": refused above otherwise.)
+    const std::unique_ptr<ACE_Process_Options> options = velcan::makeProcessOptions(text);
     int words = 0;
-    ACE_TCHAR* const* argv = options.command_line_argv();
+    ACE_TCHAR* const* argv = options->command_line_argv();
     while (argv[words] != nullptr) {
         if (words == parsed.argumentCount ||
             std::strcmp(argv[words], parsed.arguments[words]) != 0) {

@@ -201,7 +201,9 @@ TEST(Runner, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
             out.mutex = &mutex;
             out.changed = &changed;
             out.pids = &longPids;
-            LaunchBlockingProcess(child("pid sleep 600000").c_str(), &out);
+            // Killed once the short runs are done; a child whose pid never arrives ends by
+            // itself a minute after the waits below give up, so that the joins end.
+            LaunchBlockingProcess(child("pid sleep 180000").c_str(), &out);
         });
     }
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::minutes(2);

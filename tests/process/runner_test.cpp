@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include "collector.h"
+#include "support/deadline.h"
 #include "support/temp_file.h"
 
 namespace {
@@ -81,18 +82,26 @@ TEST(Runner, NullObserverLeavesAWriterBiggerThanThePipeBlockedUntilKilled) {
     std::future<int> run = std::async(
         std::launch::async, [&] { return LaunchBlockingProcess(command.c_str(), nullptr); });
     pid_t writer = 0;
-    while (writer <= 0) {
-        std::this_thread::yield();
+    const bool told = waitUntil([&] {
         std::ifstream(pidFile) >> writer;
-    }
+        return writer > 0;
+    });
     unlink(pidFile);
+    if (!told) {
+        // The run cannot be ended without the writer's pid, and would keep the test waiting.
+        std::fprintf(stderr, "FAIL: the writer did not write its pid within %lld s\n",
+                     static_cast<long long>(kPatience.count()));
+        std::_Exit(1);
+    }
     // Nobody reads the pipe, so the writer fills it and then sits in write for good; had its
     // output been read, it would have written everything and ended.
     ProcessState p;
-    do {
-        std::this_thread::yield();
+    const bool settled = waitUntil([&] {
         p = processState(writer);
-    } while (p.state != 'Z' && p.state != '?' && !(p.state == 'S' && p.syscall == SYS_write));
+        return p.state == 'Z' || p.state == '?' || (p.state == 'S' && p.syscall == SYS_write);
+    });
+    EXPECT_TRUE(settled) << "after " << kPatience.count() << " s the writer is in state " << p.state
+                         << ", system call " << p.syscall << ", " << p.written << " bytes written";
     EXPECT_EQ(p.state, 'S') << "the writer ended: its output was read";
     EXPECT_LT(p.written, size);
     EXPECT_EQ(run.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
@@ -169,16 +178,13 @@ void onAlarm(int) {
 }
 
 // Sends SIGALRM to a thread and waits until its handler has run (a signal sent while another
-// is still pending would be merged with it).
+// is still pending would be merged with it); false when it has not run in time.
 bool interrupt(pthread_t thread) {
     const int before = alarms;
     if (pthread_kill(thread, SIGALRM) != 0) {
         return false;
     }
-    while (alarms == before) {
-        std::this_thread::yield();
-    }
-    return true;
+    return waitUntil([&] { return alarms != before; });
 }
 
 // Tells, at the first piece, which thread the runner reads on.

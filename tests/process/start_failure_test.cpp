@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <cstdlib>
 #include <string>
@@ -15,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "collector.h"
+#include "support/deadline.h"
 #include "support/forked.h"
 #include "support/open_files.h"
 #include "support/temp_file.h"
@@ -111,16 +113,23 @@ TEST(StartFailure, ProgramRemovedAndPutBackWhileRunsStartEitherRunsOrGives127Wit
             link(spare.c_str(), program.c_str());
         }
     });
+    // Runs go on past the first 300 until both outcomes have been seen, so that the test
+    // cannot pass without the race it is about.
     int ran = 0;
+    int missed = 0;
     int wrong = 0;
-    for (int i = 0; i < 300; ++i) {
+    const auto giveUp = std::chrono::steady_clock::now() + kPatience;
+    for (int i = 0;
+         i < 300 || ((ran == 0 || missed == 0) && std::chrono::steady_clock::now() < giveUp); ++i) {
         Collector out(64);
         errno = 0;
         const int code = LaunchBlockingProcess((program + " ran").c_str(), &out);
         const int error = errno;
         if (code == 0 && out.output == "ran\n") {
             ++ran;
-        } else if (!(code == 127 && error == ENOENT && out.bufferCalls == 0)) {
+        } else if (code == 127 && error == ENOENT && out.bufferCalls == 0) {
+            ++missed;
+        } else {
             ++wrong;
             ADD_FAILURE() << "code " << code << ", errno " << error << ", output '" << out.output
                           << "'";
@@ -129,7 +138,8 @@ TEST(StartFailure, ProgramRemovedAndPutBackWhileRunsStartEitherRunsOrGives127Wit
     stop = true;
     flicker.join();
     EXPECT_EQ(wrong, 0);
-    EXPECT_GT(ran, 0);
+    EXPECT_GT(ran, 0) << "no run found the program";
+    EXPECT_GT(missed, 0) << "no run missed the program: the race was never met";
 }
 
 TEST(StartFailure, ErrnoIsLeftAsTheCallerSetItWhenTheChildRan) {

@@ -40,6 +40,11 @@ class OtherSpawns {
     }
 
     long spawned() const { return spawned_; }
+    // Mark where the caller's runs start and end, to count the spawns made wholly inside one.
+    void runStarts() { ++runs_; }
+    void runEnds() { ++runs_; }
+    // The spawns that started and returned inside one run: the overlaps the tests are for.
+    long spawnedDuringRuns() const { return during_; }
     // The runs' descriptors found in the children: each is a run a child held open.
     long held() const { return held_; }
 
@@ -50,8 +55,12 @@ class OtherSpawns {
         char* argv[] = {name, seconds, nullptr};
         while (!stop_) {
             pid_t pid = 0;
+            const long runBefore = runs_;
             if (posix_spawnp(&pid, "sleep", nullptr, nullptr, argv, environ) != 0) {
                 continue;
+            }
+            if (runBefore % 2 == 1 && runs_ == runBefore) {
+                ++during_;
             }
             // posix_spawn returns once the child has run exec: what it holds now came from
             // this process. (The program's own start-up may open and close files of its own
@@ -67,6 +76,8 @@ class OtherSpawns {
     std::atomic<bool> stop_{false};
     std::atomic<long> spawned_{0};
     std::atomic<long> held_{0};
+    std::atomic<long> runs_{0}; // odd while a run is under way
+    std::atomic<long> during_{0};
     std::vector<std::thread> threads_;
 };
 
