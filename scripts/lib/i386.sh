@@ -6,7 +6,7 @@
 # needs it. Nothing of the host's packages changes: qemu comes out of Debian's package, unpacked
 # into the cache, never installed.
 
-i386_qemu=$root_cache/qemu/qemu-i386
+i386_qemu=$velcan_cache/qemu/qemu-i386
 i386_binfmt=/proc/sys/fs/binfmt_misc
 # mmdebstrap recognises a handler of this name (flag F: the kernel holds qemu open, so it runs in
 # any root) and then needs no qemu inside the root.
@@ -60,7 +60,7 @@ i386_qemu_oldest=1:8.1
 i386_fetch_error=""
 i386_fetch_qemu() {
   [ -x "$i386_qemu" ] && return 0
-  local state=$root_cache/apt/qemu work codename sources best="" v p bin
+  local state=$velcan_cache/apt/qemu work codename sources best="" v p bin
   sources=$(pkg_host_sources)
   codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
   pkg_private_state "$state"

@@ -3,7 +3,8 @@
 # with mmdebstrap under the user's cache and kept there for later runs. The host gains only
 # mmdebstrap (and arch-test, for another architecture); nothing else of it changes.
 
-root_cache=${XDG_CACHE_HOME:-$HOME/.cache}/velcan
+# shellcheck source=facts.sh
+. "$(dirname "${BASH_SOURCE[0]}")/facts.sh"
 
 # root_sources ARCH: the host's Debian sources as "deb URI SUITE COMPONENT" lines, less each
 # one whose index for ARCH fails apt's checks now (named in one line each on stderr).
@@ -38,7 +39,7 @@ root_make() {
   shift 2
   local key dir log sources suite options=() line lock
   key=$(printf '%s\n' "$arch" "$@" | md5sum | cut -c1-10)
-  dir=$root_cache/roots/$name-$key
+  dir=$velcan_cache/roots/$name-$key
   if [ -f "$dir/.complete" ]; then
     echo "$dir"
     return 0
@@ -51,9 +52,9 @@ root_make() {
     echo "$me: cannot make the private root $name: mmdebstrap is not installed (scripts/install-win32-deps installs it)" >&2
     return 1
   fi
-  mkdir -p "$root_cache/roots"
+  mkdir -p "$velcan_cache/roots"
   # One maker at a time; whoever waited finds the root made.
-  exec {lock}>"$root_cache/roots/$name.lock"
+  exec {lock}>"$velcan_cache/roots/$name.lock"
   flock "$lock"
   if [ -f "$dir/.complete" ]; then
     exec {lock}>&-
@@ -70,9 +71,9 @@ root_make() {
   while read -r line; do
     [ -n "$line" ] && options+=(--aptopt="$line")
   done < <(apt-config dump | grep -E '^Acquire::Check-(Valid-Until|Date) ')
-  log=$root_cache/roots/$name.log
+  log=$velcan_cache/roots/$name.log
   # Roots of this name made for other packages go (the key is ten hex digits).
-  "${pkg_sudo[@]}" rm -rf "$root_cache/roots/$name"-?????????? "$dir.tmp"
+  "${pkg_sudo[@]}" rm -rf "$velcan_cache/roots/$name"-?????????? "$dir.tmp"
   local start=$SECONDS
   # mmdebstrap writes no /etc/hosts: without one the root cannot resolve the host's name.
   if ! printf '%s\n' "$sources" |

@@ -1,12 +1,12 @@
-# The DLL needs nothing beside it: every DLL it imports is one of Windows' own.
+# The DLL needs nothing beside it: every DLL it imports is one of Windows' own, as ALLOWED
+# lists them.
 cmake_policy(SET CMP0057 NEW)
 execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "cannot read the import table of ${LIBRARY}")
 endif()
 string(REGEX MATCHALL "DLL Name: [^\n]+" imports "${out}")
-set(system ADVAPI32.dll KERNEL32.dll msvcrt.dll WS2_32.dll MSWSOCK.dll IPHLPAPI.DLL
-           WSOCK32.dll NETAPI32.dll USER32.dll)
+file(STRINGS ${ALLOWED} system) # Windows' own DLLs, one a line
 string(TOLOWER "${system}" system)
 foreach(entry IN LISTS imports)
   string(REPLACE "DLL Name: " "" dll "${entry}")
