@@ -9,7 +9,8 @@
 const std::chrono::seconds kPatience(60);
 
 // Yields until done() is true or `limit` has passed; tells whether done() came true.
-template <typename Done> bool waitUntil(Done done, std::chrono::steady_clock::duration limit = kPatience) {
+template <typename Done>
+bool waitUntil(Done done, std::chrono::steady_clock::duration limit = kPatience) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (!done()) {
         if (std::chrono::steady_clock::now() >= end) {

@@ -9,6 +9,7 @@
 #if defined(_WIN32)
 #include <windows.h>
 #else
+#include <sys/stat.h>
 #include <unistd.h>
 #endif
 
@@ -61,5 +62,24 @@ class TempFile {
   private:
     std::string path_;
 };
+
+#if !defined(_WIN32)
+// An executable script with the given first line.
+struct Script {
+    explicit Script(const std::string& content) : file(content) { chmod(file.path(), 0700); }
+    std::string path() const { return file.path(); }
+    TempFile file;
+};
+
+// A folder of its own, removed with what is in it.
+struct TempDir {
+    TempDir() {
+        char name[] = "/tmp/velcan-dir-XXXXXX";
+        path = mkdtemp(name);
+    }
+    ~TempDir() { std::system(("rm -rf '" + path + "'").c_str()); }
+    std::string path;
+};
+#endif
 
 #endif
