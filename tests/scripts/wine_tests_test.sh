@@ -47,7 +47,7 @@ test_failure_beside_a_start_failure_is_not_run_again() {
 }
 
 test_test_not_run_under_wine_is_not_run_again() {
-  failed 240 library_exports_only_its_boundary '"/usr/bin/cmake" "-P" "check.cmake"' ''
+  failed 240 library.exports_only_its_boundary '"/usr/bin/cmake" "-P" "check.cmake"' ''
   ! wine_could_not_start "$work" || fail "a failed check of the build would be run again"
 }
 
