@@ -25,6 +25,23 @@ class TUpdateFileParser : public expatpp {
     // True when memory ran out while storing the record; the parser was then stopped.
     bool outOfMemory() const { return outOfMemory_; }
 
+    // A view of the reading so far, for `velcan lint`, which runs this reader beside its own
+    // checks and says what the reader did with each thing: what it keeps, drops or refuses is
+    // learnt here, never described again.
+    // The record as it stands.
+    const TUpdateVersionInfo& record() const { return info_; }
+    // The finished descriptions held outside the record: the next Version end stores them (with
+    // the version being read, or with its copy); a Version start or the document's end drops
+    // them.
+    const std::vector<std::string>& heldDescriptions() const {
+        return currentStored ? laterDescriptions : currentVersion.featureDescriptions;
+    }
+    // True once the version being read has been stored: another Version end before the next
+    // start stores a copy of it.
+    bool versionStored() const { return currentStored; }
+    // True between a FeatureDescription's start and its end, while text is gathered.
+    bool gatheringDescription() const { return inFeatureDescription; }
+
   private:
     using ElementKind = velcan::history::ElementKind;
 

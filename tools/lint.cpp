@@ -1,8 +1,11 @@
-// velcan lint: reads a version-history file the way the reader does, with the library's own
-// expatpp class, and says where the reader would lose, split or refuse something.
+// velcan lint: runs the library's own history reader over a file, fed the way
+// VelcanParseUpdateFile feeds it, and says what the reader did with each part of the document:
+// what it drops, splits, stores twice or refuses is read off the reader as it works, so that
+// lint follows the reader. The checks of the data itself (attributes, duplicates, letter case)
+// are lint's own.
 #include "lint.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -12,20 +15,30 @@
 #include <velcan/velcan.h>
 
 #include "history/format.h"
-#include "xml/pieces.h"
-#include "json.h"
+#include "history/update_file_parser.h"
 #include "input.h"
+#include "json.h"
 #include "report.h"
+#include "xml/pieces.h"
 
 namespace {
 
 using velcan::history::AttributeKind;
 using Kind = velcan::history::ElementKind;
 
-// Where an open Version or FeatureDescription started.
-struct Open {
+// A place in the document.
+struct Place {
     int line;
     int column;
+};
+
+// An element open now, as the format names it.
+struct Open {
+    Kind kind;
+    Place start;
+    bool inVersion;   // a Version was open when it started
+    bool hadNested;   // a FeatureDescription started inside it
+    bool readerTakes; // the reader was gathering no description when it started
 };
 
 bool isBlank(const char* s) {
@@ -37,95 +50,139 @@ bool isBlank(const char* s) {
     return true;
 }
 
-// Every event costs the same whatever the depth: the open elements are kept as one stack of
-// kinds, and the open Versions and FeatureDescriptions each as a stack of their own, so the
-// innermost of each is at hand without a walk.
+bool isBlank(const std::string& s) {
+    return isBlank(s.c_str());
+}
+
+// Hands every event to the reader and compares what the reader holds before and after. Each
+// event costs the same at any depth: nothing walks the open elements.
 class LintReader : public expatpp {
   public:
-    LintReader(const std::string& path, std::vector<LintFinding>& findings)
-        : path_(path), findings_(findings) {}
-
-    int versions = 0;
+    LintReader(TUpdateFileParser& reader, const std::string& path,
+               std::vector<LintFinding>& findings)
+        : reader_(reader), path_(path), findings_(findings) {}
 
     void startElement(const char* name, const char** atts) override {
         const Kind kind = velcan::history::elementKindOf(name);
-        const int line = XML_GetCurrentLineNumber();
-        const int column = columnOf(*this);
-        checkLetterCase(name, kind);
-        if (!descriptions_.empty()) {
-            if (kind == Kind::FeatureDescription) {
-                warn(line, column,
-                     "FeatureDescription inside another FeatureDescription (opened at line " +
-                         std::to_string(descriptions_.back().line) +
-                         "): the reader splits the text and adds an empty description");
-            } else {
-                warn(line, column,
-                     std::string("markup inside a description: the tags of '") + name +
-                         "' are dropped, its text is kept");
-            }
+        const Place here{XML_GetCurrentLineNumber(), columnOf(*this)};
+        checkLetterCase(name, kind, here);
+        const bool gathering = reader_.gatheringDescription();
+        const std::size_t held = reader_.heldDescriptions().size();
+        if (gathering && kind == Kind::FeatureDescription) {
+            warn(here, "FeatureDescription inside another FeatureDescription (opened at line " +
+                           std::to_string(innermostDescription().line) +
+                           "): the reader splits the text and adds an empty description");
+        } else if (gathering) {
+            warn(here, std::string("markup inside a description: the tags of '") + name +
+                           "' are dropped, its text is kept");
+        }
+        if (kind == Kind::FeatureDescription && !descriptions_.empty()) {
+            open_[descriptions_.back()].hadNested = true;
         }
         if (kind == Kind::Version) {
-            ++versions;
-            if (!versions_.empty()) {
-                warn(line, column,
-                     "Version inside another Version (opened at line " +
-                         std::to_string(versions_.back().line) +
-                         "): the reader stores the inner one twice and loses the outer one");
-            }
-            checkVersion(line, column, atts);
-            versions_.push_back({line, column});
-        } else if (kind == Kind::FeatureDescription) {
-            if (versions_.empty()) {
-                warn(line, column, "FeatureDescription outside any Version: the reader drops it");
-            }
-            text_.clear();
-            descriptions_.push_back({line, column});
+            checkVersion(here, atts);
+            lastVersion_ = here;
         }
-        open_.push_back(kind);
+        reader_.startElement(name, atts);
+        if (reader_.heldDescriptions().size() < held) {
+            drop(held); // a Version start overwrote the version that held them
+        }
+        if (kind == Kind::Version) {
+            versions_.push_back(open_.size());
+        } else if (kind == Kind::FeatureDescription) {
+            descriptions_.push_back(open_.size());
+        }
+        open_.push_back(
+            {kind, here, !versions_.empty() && kind != Kind::Version, false, !gathering});
     }
 
-    void endElement(const char*) override {
-        const Kind kind = open_.back();
+    void endElement(const char* name) override {
+        const Open element = open_.back();
         open_.pop_back();
-        if (kind == Kind::Version) {
+        if (element.kind == Kind::Version) {
             versions_.pop_back();
-        } else if (kind == Kind::FeatureDescription) {
-            const Open element = descriptions_.back();
+        } else if (element.kind == Kind::FeatureDescription) {
             descriptions_.pop_back();
-            if (descriptions_.empty() && text_.find_first_not_of(" \t\r\n") == std::string::npos) {
-                warn(element.line, element.column,
-                     text_.empty() ? "empty description" : "blank description");
+        }
+        const std::size_t held = reader_.heldDescriptions().size();
+        const std::size_t stored = reader_.record().versions.size();
+        const bool storesACopy = reader_.versionStored();
+        reader_.endElement(name);
+        if (element.kind == Kind::FeatureDescription) {
+            endDescription(element, held);
+        } else if (element.kind == Kind::Version && reader_.record().versions.size() > stored) {
+            heldAt_.clear(); // stored with the version, so kept
+            if (storesACopy) {
+                warn(lastVersion_, "Version inside another Version (opened at line " +
+                                       std::to_string(element.start.line) +
+                                       "): the reader stores the inner one twice and loses "
+                                       "the outer one");
             }
         }
     }
 
-    void charData(const char* s, int len) override {
-        if (!descriptions_.empty()) {
-            text_.append(s, static_cast<size_t>(len));
-        }
-    }
+    void charData(const char* s, int len) override { reader_.charData(s, len); }
 
     // With a default handler set, expat passes a reference to an entity of the document's
     // own DTD here instead of expanding it; the reader never sees its text.
     void defaultHandler(const char* s, int len) override {
-        if (len > 1 && s[0] == '&' && s[len - 1] == ';' && !descriptions_.empty()) {
-            warn(XML_GetCurrentLineNumber(), columnOf(*this),
+        if (len > 1 && s[0] == '&' && s[len - 1] == ';' && reader_.gatheringDescription()) {
+            warn({XML_GetCurrentLineNumber(), columnOf(*this)},
                  "entity reference " + std::string(s, static_cast<size_t>(len)) +
                      " is not expanded: its text is missing from the description");
         }
     }
 
-  private:
-    void checkLetterCase(const char* name, Kind kind) {
-        const char* usual = velcan::history::nameOf(kind);
-        if (kind != Kind::Other && std::strcmp(name, usual) != 0) {
-            warn(XML_GetCurrentLineNumber(), columnOf(*this),
-                 std::string("element '") + name + "' is read as '" + usual +
-                     "' (the letter case differs)");
+    // Once the document has been read whole: what the reader still holds, it drops.
+    void finish() {
+        drop(reader_.heldDescriptions().size());
+        if (reader_.record().versions.empty()) {
+            findings_.push_back(
+                {path_, 1, 1, true, "no Version element: the file reads as an empty history"});
         }
     }
 
-    void checkVersion(int line, int column, const char** atts) {
+  private:
+    // A FeatureDescription ended: the reader holds one more description, or did not take it.
+    void endDescription(const Open& element, std::size_t held) {
+        const std::vector<std::string>& now = reader_.heldDescriptions();
+        if (now.size() != held + 1) {
+            if (element.readerTakes) {
+                warn(element.start, "FeatureDescription the reader does not take: it is not "
+                                    "in the record");
+            }
+            return;
+        }
+        heldAt_.push_back({element.start, element.inVersion});
+        if (!element.hadNested && isBlank(now.back())) {
+            warn(element.start, now.back().empty() ? "empty description" : "blank description");
+        }
+    }
+
+    // The first `count` descriptions the reader held were dropped.
+    void drop(std::size_t count) {
+        for (std::size_t i = 0; i < count && i < heldAt_.size(); ++i) {
+            warn(heldAt_[i].place,
+                 heldAt_[i].inVersion
+                     ? "FeatureDescription of a Version that another Version starts inside: "
+                       "the reader drops it"
+                     : "FeatureDescription outside any Version: the reader drops it");
+        }
+        heldAt_.erase(heldAt_.begin(),
+                      heldAt_.begin() + static_cast<long>(std::min(count, heldAt_.size())));
+    }
+
+    const Place& innermostDescription() const { return open_[descriptions_.back()].start; }
+
+    void checkLetterCase(const char* name, Kind kind, const Place& here) {
+        const char* usual = velcan::history::nameOf(kind);
+        if (kind != Kind::Other && std::strcmp(name, usual) != 0) {
+            warn(here, std::string("element '") + name + "' is read as '" + usual +
+                           "' (the letter case differs)");
+        }
+    }
+
+    void checkVersion(const Place& here, const char** atts) {
         const char* number = nullptr;
         const char* date = nullptr;
         for (const char** a = atts; *a != nullptr; a += 2) {
@@ -133,49 +190,52 @@ class LintReader : public expatpp {
             if (kind == AttributeKind::Other) {
                 continue;
             }
-            (kind == AttributeKind::Number ? number : date) =
-                a[1]; // the later wins, as in the reader
-            checkAttributeCase(a[0], velcan::history::nameOf(kind));
+            (kind == AttributeKind::Number ? number : date) = a[1]; // the later wins
+            if (std::strcmp(a[0], velcan::history::nameOf(kind)) != 0) {
+                warn({XML_GetCurrentLineNumber(), columnOf(*this)},
+                     std::string("attribute '") + a[0] + "' is read as '" +
+                         velcan::history::nameOf(kind) + "' (the letter case differs)");
+            }
         }
         if (number == nullptr) {
-            warn(line, column, "Version without a number: the reader gives it an empty one");
+            warn(here, "Version without a number: the reader gives it an empty one");
         } else if (isBlank(number)) {
-            warn(line, column, "Version with a blank number: the reader keeps it as it is");
+            warn(here, "Version with a blank number: the reader keeps it as it is");
         } else {
             const auto seen = numbers_.find(number);
             if (seen != numbers_.end()) {
-                warn(line, column,
-                     std::string("two versions numbered '") + number + "' (the first at line " +
-                         std::to_string(seen->second) + ")");
+                warn(here, std::string("two versions numbered '") + number +
+                               "' (the first at line " + std::to_string(seen->second) + ")");
             } else {
-                numbers_[number] = line;
+                numbers_[number] = here.line;
             }
         }
         if (date == nullptr) {
-            warn(line, column, "Version without a date: the reader gives it an empty one");
+            warn(here, "Version without a date: the reader gives it an empty one");
         } else if (isBlank(date)) {
-            warn(line, column, "Version with a blank date: the reader keeps it as it is");
+            warn(here, "Version with a blank date: the reader keeps it as it is");
         }
     }
 
-    void checkAttributeCase(const char* name, const char* usual) {
-        if (std::strcmp(name, usual) != 0) {
-            warn(XML_GetCurrentLineNumber(), columnOf(*this),
-                 std::string("attribute '") + name + "' is read as '" + usual +
-                     "' (the letter case differs)");
-        }
+    void warn(const Place& at, const std::string& message) {
+        findings_.push_back({path_, at.line, at.column, false, message});
     }
 
-    void warn(int line, int column, const std::string& message) {
-        findings_.push_back({path_, line, column, false, message});
-    }
+    // Where each description the reader holds outside the record started, and whether a
+    // Version was open then.
+    struct Held {
+        Place place;
+        bool inVersion;
+    };
 
+    TUpdateFileParser& reader_;
     const std::string& path_;
     std::vector<LintFinding>& findings_;
-    std::vector<Kind> open_;
-    std::vector<Open> versions_;
-    std::vector<Open> descriptions_;
-    std::string text_;
+    std::vector<Open> open_;
+    std::vector<std::size_t> versions_;     // indexes into open_ of the open Versions
+    std::vector<std::size_t> descriptions_; // and of the open FeatureDescriptions
+    std::vector<Held> heldAt_;
+    Place lastVersion_{1, 1};
     std::map<std::string, int> numbers_;
 };
 
@@ -183,26 +243,35 @@ class LintReader : public expatpp {
 
 bool lintHistoryFile(const std::string& given, std::vector<LintFinding>* findings,
                      std::string* reason) {
-    const std::string path = shownName(given);
     std::FILE* file = openForReading(given.c_str(), reason);
     if (file == nullptr) {
         return false;
     }
-    LintReader reader(path, *findings);
-    const bool wellFormed = velcan::feedInPieces<velcan::history::kPieceSize>(file, reader);
+    TUpdateFileParser reader;
+    lintWithReader(file, shownName(given), reader, findings);
     std::fclose(file);
-    if (!wellFormed) {
-        const XML_Error code = reader.XML_GetErrorCode();
+    return true;
+}
+
+void lintWithReader(std::FILE* file, const std::string& path, TUpdateFileParser& reader,
+                    std::vector<LintFinding>* findings) {
+    std::vector<LintFinding> found;
+    LintReader lint(reader, path, found);
+    if (velcan::feedInPieces<velcan::history::kPieceSize>(file, lint)) {
+        lint.finish();
+    } else {
+        const XML_Error code = lint.XML_GetErrorCode();
         const std::string what = code == XML_ERROR_NOT_STANDALONE
                                      ? "not standalone (it refers to an external DTD)"
                                      : std::string("not well formed: ") + XML_ErrorString(code);
-        findings->push_back({path, reader.XML_GetCurrentLineNumber(), columnOf(reader), true,
-                             what + ": the reader returns an empty history"});
-    } else if (reader.versions == 0) {
-        findings->push_back(
-            {path, 1, 1, true, "no Version element: the file reads as an empty history"});
+        found.push_back({path, lint.XML_GetCurrentLineNumber(), columnOf(lint), true,
+                         what + ": the reader returns an empty history"});
     }
-    return true;
+    // In the order of the places they name (a Version stored twice is seen at its end).
+    std::stable_sort(found.begin(), found.end(), [](const LintFinding& a, const LintFinding& b) {
+        return a.line != b.line ? a.line < b.line : a.column < b.column;
+    });
+    findings->insert(findings->end(), found.begin(), found.end());
 }
 
 std::string formatFinding(const LintFinding& f) {

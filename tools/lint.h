@@ -2,8 +2,11 @@
 #ifndef VELCAN_TOOLS_LINT_H
 #define VELCAN_TOOLS_LINT_H
 
+#include <cstdio>
 #include <string>
 #include <vector>
+
+class TUpdateFileParser;
 
 struct LintFinding {
     std::string file;
@@ -17,11 +20,16 @@ struct LintFinding {
 // goes away (a member added leaves it as it is).
 const int kLintJsonFormat = 1;
 
-// Reads the file ("-": standard input) with the library's own reader class, fed in 1024-byte
-// pieces as the history reader feeds it, and appends every finding in the order met. False,
-// with *reason ("No such file or directory"), when the file cannot be opened.
+// Reads the file ("-": standard input) with the library's own history reader, fed as
+// VelcanParseUpdateFile feeds it, and appends every finding, in the order of the places they
+// name. False, with *reason ("No such file or directory"), when the file cannot be opened.
 bool lintHistoryFile(const std::string& path, std::vector<LintFinding>* findings,
                      std::string* reason);
+
+// The same, from a file open at its start, named `path` in the findings, read by `reader` (the
+// history reader, or in a test one that reads by other rules, which lint then follows).
+void lintWithReader(std::FILE* file, const std::string& path, TUpdateFileParser& reader,
+                    std::vector<LintFinding>* findings);
 
 // "FILE:LINE:COLUMN: error|warning: message", as compilers write it.
 std::string formatFinding(const LintFinding& finding);

@@ -2,6 +2,7 @@
 // FeatureDescription of the document, in order. Checked over the shipped sample and over
 // generated files, against descriptions gathered by a plain expat parse.
 #include <cstdio>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -11,6 +12,8 @@
 
 #include <velcan/velcan.h>
 
+#include "history/format.h"
+#include "history/update_file_parser.h"
 #include "lint.h"
 #include "support/temp_file.h"
 
@@ -213,6 +216,51 @@ TEST(Lint, GeneratedFilesThatLoseADescriptionAreNeverCalledClean) {
         }
     }
     EXPECT_GT(differing, 50);
+}
+
+// The history reader with one rule changed: it takes its two element names only in their
+// own letter case, and reads any other spelling as an element it ignores.
+class ExactCaseReader : public TUpdateFileParser {
+  public:
+    void startElement(const char* name, const char** atts) override {
+        const bool known =
+            velcan::history::elementKindOf(name) != velcan::history::ElementKind::Other;
+        const bool exact =
+            std::strcmp(name, "Version") == 0 || std::strcmp(name, "FeatureDescription") == 0;
+        TUpdateFileParser::startElement(known && !exact ? "ignored" : name, atts);
+    }
+};
+
+std::vector<std::string> messagesFrom(const std::string& document, TUpdateFileParser& reader) {
+    TempFile file(document);
+    std::FILE* f = std::fopen(file.path(), "r");
+    std::vector<LintFinding> findings;
+    lintWithReader(f, "doc.xml", reader, &findings);
+    std::fclose(f);
+    std::vector<std::string> messages;
+    for (const LintFinding& finding : findings) {
+        messages.push_back(formatFinding(finding));
+    }
+    return messages;
+}
+
+TEST(Lint, FollowsTheReaderWhenItsRulesChange) {
+    // lint's code is the same both times: what it says of the description written in lower
+    // case comes from what the reader did with it.
+    const std::string document = "<h><Version number=\"1\" date=\"d\">\n"
+                                 "<featuredescription>lower</featuredescription>\n"
+                                 "<FeatureDescription>kept</FeatureDescription></Version></h>";
+    TUpdateFileParser reader;
+    EXPECT_EQ(messagesFrom(document, reader),
+              std::vector<std::string>{"doc.xml:2:1: warning: element 'featuredescription' is "
+                                       "read as 'FeatureDescription' (the letter case differs)"});
+    ExactCaseReader exact;
+    EXPECT_EQ(messagesFrom(document, exact),
+              (std::vector<std::string>{
+                  "doc.xml:2:1: warning: element 'featuredescription' is read as "
+                  "'FeatureDescription' (the letter case differs)",
+                  "doc.xml:2:1: warning: FeatureDescription the reader does not take: it is not "
+                  "in the record"}));
 }
 
 } // namespace
