@@ -124,8 +124,9 @@ TEST(Runner, EnvironmentIsInherited) {
 // The grandchild writes only once the child has ended (a zombie, since the runner waits for it
 // only after the output's end).
 TEST(Runner, GrandchildHoldingTheOutputOpenKeepsTheReadingGoingUntilItEnds) {
-    EXPECT_EQ(launch(shell("(while [ \"$(cut -d\" \" -f3 /proc/$$/stat)\" != Z ]; do sleep 0.01; "
-                           "done; echo late) & echo early")),
+    // (A minute at most: a child already reaped would never be seen as a zombie.)
+    EXPECT_EQ(launch(shell("(for i in $(seq 6000); do [ \"$(cut -d\" \" -f3 /proc/$$/stat)\" = Z ] "
+                           "&& break; sleep 0.01; done; echo late) & echo early")),
               (Result{0, "early\nlate\n"}));
 }
 
@@ -156,9 +157,10 @@ class FirstPieceWatcher : public Collector {
     std::string release_;
 };
 
-// Waits, in the child, until a file exists.
+// Waits, in the child, until a file exists: a minute at most, so that a test that never
+// makes it still ends (and fails on what the child did next).
 std::string waitForFile(const std::string& path) {
-    return "while [ ! -e " + path + " ]; do sleep 0.01; done";
+    return "for i in $(seq 6000); do [ -e " + path + " ] && break; sleep 0.01; done";
 }
 
 TEST(Runner, FirstPieceArrivesWhileTheChildIsStillRunning) {
