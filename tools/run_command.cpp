@@ -147,6 +147,13 @@ int runCommand(const Arguments& given) {
     if (!commandLineFromArguments(args, &line, &problem)) {
         return usageError("run: " + problem);
     }
+#if defined(_WIN32)
+    // cmd reads a batch file's arguments itself: what it would act on is refused, not passed.
+    problem = batchFileArgumentProblem(args);
+    if (!problem.empty()) {
+        return usageError("run: " + problem);
+    }
+#endif
     StdoutRelay relay;
     forwardSignalsToTheChild();
     errno = 0;

@@ -1,5 +1,6 @@
 #include "run_line.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 
@@ -27,6 +28,30 @@ std::string quoted(const char* arg) {
 }
 
 } // namespace
+
+std::string batchFileArgumentProblem(const std::vector<const char*>& args) {
+    if (args.empty()) {
+        return "";
+    }
+    std::string program = args[0];
+    for (char& c : program) {
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+    const std::size_t dot = program.find_last_of('.');
+    const std::string extension = dot == std::string::npos ? "" : program.substr(dot);
+    if (extension != ".bat" && extension != ".cmd") {
+        return "";
+    }
+    for (std::size_t i = 1; i < args.size(); ++i) {
+        const char* special = std::strpbrk(args[i], "%^&|<>()!\"\r\n");
+        if (special != nullptr) {
+            return "argument " + std::to_string(i + 1) + " ('" + args[i] +
+                   "') cannot be passed safely to a batch file: cmd would read its '" +
+                   std::string(1, *special) + "'";
+        }
+    }
+    return "";
+}
 
 std::string argumentsAsTyped(const std::vector<const char*>& args) {
     std::string shown;

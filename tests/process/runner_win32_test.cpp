@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "collector.h"
+#include "support/temp_file.h"
 
 namespace {
 
@@ -60,6 +61,159 @@ TEST(WindowsRunner, EnvironmentIsInherited) {
     EXPECT_EQ(LaunchBlockingProcess("cmd /c echo %%VELCAN_TEST_INHERITED%%", &out), 0);
     SetEnvironmentVariableA("VELCAN_TEST_INHERITED", nullptr);
     EXPECT_EQ(out.output, "from the caller\r\n");
+}
+
+// Exit codes are Windows' 32 bits, handed back as the int they make.
+TEST(WindowsRunner, ExitCodeAbove255ComesBackWhole) {
+    EXPECT_EQ(launch(child("exit 300")), (Result{300, ""}));
+    EXPECT_EQ(launch(child("exit 70000")), (Result{70000, ""}));
+}
+
+TEST(WindowsRunner, ChildEndedByAnAccessViolationReturnsTheExceptionCodeAsANegativeInt) {
+    Collector out;
+    const int code = LaunchBlockingProcess(child("out before crash").c_str(), &out);
+    EXPECT_EQ(code, static_cast<int>(0xC0000005u)); // -1073741819
+    EXPECT_EQ(out.output, "before");
+}
+
+// A folder of the test's own, removed with what is in it.
+struct TempFolder {
+    TempFolder() {
+        char name[MAX_PATH + 1];
+        GetTempFileNameA(existingDirectory().c_str(), "vdr", 0, name);
+        DeleteFileA(name);
+        CreateDirectoryA(name, nullptr);
+        path = name;
+    }
+    ~TempFolder() {
+        const std::string command = "cmd /c rd /s /q \"" + path + "\"";
+        std::system(command.c_str());
+    }
+    std::string path;
+};
+
+// Runs with the current folder set to `folder` for the length of the call.
+Result launchIn(const std::string& folder, const std::string& command) {
+    char saved[MAX_PATH + 1];
+    GetCurrentDirectoryA(sizeof saved, saved);
+    SetCurrentDirectoryA(folder.c_str());
+    const Result r = launch(command);
+    SetCurrentDirectoryA(saved);
+    return r;
+}
+
+// A program is looked for in the current folder before the system folders: a file of the
+// same name there runs in place of the system's. A full path runs the one it names.
+TEST(WindowsRunner, ProgramInTheCurrentFolderRunsInPlaceOfTheSystemsAndAFullPathAvoidsIt) {
+    TempFolder folder;
+    ASSERT_TRUE(CopyFileA(helperProgram("velcan_test_child").c_str(),
+                          (folder.path + "\\cmd.exe").c_str(), FALSE));
+    EXPECT_EQ(launchIn(folder.path, "cmd out planted"), (Result{0, "planted"}));
+    char system[MAX_PATH + 1];
+    const UINT n = GetSystemDirectoryA(system, sizeof system);
+    const std::string systemCmd = std::string(system, n) + "\\cmd.exe";
+    EXPECT_EQ(launchIn(folder.path, systemCmd + " /c echo system"), (Result{0, "system\r\n"}));
+}
+
+// A batch file that prints each of its first three arguments as cmd hands them to it.
+std::string argumentPrinter(const std::string& folder, const char* name) {
+    const std::string path = folder + "\\" + name;
+    FILE* file = std::fopen(path.c_str(), "wb");
+    std::fputs("@echo off\r\necho [%1] [%2] [%3]\r\n", file);
+    std::fclose(file);
+    return path;
+}
+
+TEST(WindowsRunner, BatchAndCmdFilesRunWithTheirArgumentsAsCmdReadsThem) {
+    TempFolder folder;
+    for (const char* name : {"args.bat", "args.cmd"}) {
+        // Double quotes group and stay with the argument.
+        EXPECT_EQ(launch(argumentPrinter(folder.path, name) + " \"a b\" plain x"),
+                  (Result{0, "[\"a b\"] [plain] [x]\r\n"}))
+            << name;
+    }
+}
+
+// A C program gets the same line through its runtime's own splitting: quotes group and are
+// removed, and %, ^, & and | are ordinary characters (no cmd reads them).
+TEST(WindowsRunner, ACProgramReceivesSpecialCharactersAsTheyAre) {
+    EXPECT_EQ(launch(child("args \"a b\" 50%% x^y a&b c|d")),
+              (Result{0, "[a b][50%][x^y][a&b][c|d]"}));
+}
+
+// cmd reads a batch file's command line as its own: an & in an argument ends the batch
+// file's command and starts another. This is why text from elsewhere must never become a
+// batch file's argument.
+TEST(WindowsRunner, AnAmpersandInABatchFilesArgumentRunsAnotherCommand) {
+    TempFolder folder;
+    EXPECT_EQ(launch(argumentPrinter(folder.path, "args.bat") + " a&echo injected"),
+              (Result{0, "[a] [] []\r\ninjected\r\n"}));
+}
+
+// A program whose full path is longer than MAX_PATH (260 characters) is not found: 127 with
+// ENOENT, never another program and never a crash.
+TEST(WindowsRunner, ProgramPathLongerThanMaxPathGives127WithNoSuchFile) {
+    TempFolder folder;
+    // Made through the wide functions with the \\?\\ prefix, which alone take such paths.
+    const auto wide = [](const std::string& ascii) {
+        return L"\\\\?\\" + std::wstring(ascii.begin(), ascii.end());
+    };
+    std::string path = folder.path;
+    while (path.size() < 280) {
+        path += "\\" + std::string(40, 'd');
+        ASSERT_TRUE(CreateDirectoryW(wide(path).c_str(), nullptr)) << path;
+    }
+    const std::string program = path + "\\child.exe";
+    ASSERT_TRUE(
+        CopyFileW(wide(helperProgram("velcan_test_child")).c_str(), wide(program).c_str(), FALSE));
+    EXPECT_EQ(launchExpectingNoRun(program + " out ran"), notRunWith(ENOENT));
+}
+
+// A letter outside ASCII in the ANSI code page, as that code page writes it ("\xe9", e with an
+// acute accent, under code page 1252); empty where the code page has no such letter.
+std::string ansiLetter() {
+    char letter[8] = {0};
+    BOOL lost = FALSE;
+    const int n = WideCharToMultiByte(CP_ACP, 0, L"\u00e9", 1, letter, sizeof letter, nullptr,
+                                      GetACP() == CP_UTF8 ? nullptr : &lost);
+    return n > 0 && !lost ? std::string(letter, static_cast<size_t>(n)) : std::string();
+}
+
+// Paths as users have them: a program and a history file in a "Program Files"-like folder
+// whose name has spaces, parentheses and a letter outside ASCII. The program is named in
+// double quotes; the history file is read by name.
+TEST(WindowsPaths, ProgramAndHistoryInAFolderWithSpacesAndANonAsciiLetterWork) {
+    TempFolder folder;
+    const std::string letter = ansiLetter();
+    ASSERT_FALSE(letter.empty()) << "code page " << GetACP() << " has no e with an acute accent";
+    const std::string programs = folder.path + "\\Program Files (x86)";
+    const std::string tools = programs + "\\Velcan Caf" + letter + " Tools";
+    ASSERT_TRUE(CreateDirectoryA(programs.c_str(), nullptr));
+    ASSERT_TRUE(CreateDirectoryA(tools.c_str(), nullptr));
+    const std::string program = tools + "\\child.exe";
+    ASSERT_TRUE(CopyFileA(helperProgram("velcan_test_child").c_str(), program.c_str(), FALSE));
+    EXPECT_EQ(launch("\"" + program + "\" out ran"), (Result{0, "ran"}));
+
+    const std::string history = tools + "\\version history.xml";
+    FILE* file = std::fopen(history.c_str(), "wb");
+    ASSERT_NE(file, nullptr);
+    std::fputs("<h><Version number=\"1.0\" date=\"d\"><FeatureDescription>f</FeatureDescription>"
+               "</Version></h>",
+               file);
+    std::fclose(file);
+    const TUpdateVersionInfo info = VelcanParseUpdateFile(history.c_str());
+    ASSERT_EQ(info.versions.size(), 1u);
+    EXPECT_EQ(info.versions[0].featureDescriptions, std::vector<std::string>{"f"});
+}
+
+// cmd /c start /b leaves a grandchild holding the output: the call returns once every holder
+// of the pipe has closed it, so it waits for the grandchild, and gets what it writes after
+// cmd has ended.
+TEST(WindowsRunner, GrandchildStartedWithStartBKeepsTheCallUntilItEnds) {
+    Collector out;
+    const std::string command = "cmd /c start /b " + child("sleep 500 out late") + " & echo early";
+    EXPECT_EQ(LaunchBlockingProcess(command.c_str(), &out), 0);
+    EXPECT_EQ(out.output, "early\r\nlate");
 }
 
 } // namespace

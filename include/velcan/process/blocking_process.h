@@ -29,7 +29,12 @@ class VELCAN_API IBlockingProcessObserver {
 // Runs commandLine as a child process with no window, no shell and end-of-input on its
 // standard input; passes everything it writes to standard output and standard error, in one
 // interleaved sequence, to observer as each read returns; waits for it to end and returns
-// its exit code (128 + the signal number when a signal ended it). observer may be null: the
+// its exit code: on POSIX systems 128 + the signal number when a signal ended it; on Windows
+// the code's 32 bits as an int, so a code above 255 comes back whole and a child ended by an
+// exception returns the exception's code (an access violation, 0xC0000005, as -1073741819).
+// The output ends, and the call returns, only once every process holding it has closed it:
+// a grandchild that inherits it (a shell's "&", cmd's "start /b") keeps the call until it
+// ends. observer may be null: the
 // output is then not read at all, and a child that fills the pipe (64 KiB on Linux, Windows'
 // default size, 4 KiB in practice) blocks until it is killed: the call does not return. The
 // same holds for an observer that hands out no room. Pass an observer that always has room,
@@ -58,6 +63,12 @@ class VELCAN_API IBlockingProcessObserver {
 // ETXTBSY, E2BIG, ELOOP, ...). A file without "#!" that is not a binary runs through
 // /bin/sh, as execvp does. On Windows a program that is not where CreateProcess looks
 // gives ENOENT, a folder EACCES, and a file found that CreateProcess cannot start ENOEXEC.
+// CreateProcess looks in the application's folder, then the current folder, then the system
+// folders and PATH: a file of the same name in the current folder runs in place of a system
+// program, so name any program that matters by its full path. A full path longer than
+// MAX_PATH (260 characters) is not found (ENOENT). A .bat or .cmd file runs through cmd,
+// which reads its whole line: %, ^, &, |, <, > and quotes in its arguments can make cmd run
+// something else, so never put text from elsewhere in a batch file's arguments.
 // When the child ran, errno is left as the caller set it unless reading its output or
 // waiting for it failed. On Windows the end of a child's output is itself a failed read (a
 // broken pipe), so after an ordinary run with an observer errno is 109. 127 is also what a

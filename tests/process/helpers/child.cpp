@@ -6,10 +6,13 @@
 //   stdin-kind           print what standard input is (Windows: a file type)
 //   startup              print how the window was asked to be shown
 //   zeros N              write N zero bytes to standard output
+//   lines N              write the lines 1 to N to standard output
 //   fds                  print its open descriptors, one line (POSIX; "n/a" elsewhere)
 //   pid                  print its process id and a line end
 //   args WORD...         print each remaining word as [WORD]
 //   exit N               end with code N
+//   crash                end by an access violation, unhandled (Windows: the process ends with
+//                        the exception's code, 0xC0000005, and no debugger is asked in)
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -95,6 +98,25 @@ std::string openDescriptors() {
 #endif
 }
 
+#if defined(_WIN32)
+LONG WINAPI endByTheException(EXCEPTION_POINTERS*) {
+    return EXCEPTION_EXECUTE_HANDLER; // the process ends with the exception's code
+}
+#endif
+
+void crash() {
+#if defined(_WIN32)
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
+    SetUnhandledExceptionFilter(endByTheException);
+    // A page no one may touch (under Wine the page at address 0 can be written).
+    int* volatile forbidden =
+        static_cast<int*>(VirtualAlloc(nullptr, 4096, MEM_COMMIT | MEM_RESERVE, PAGE_NOACCESS));
+    *forbidden = 1;
+#else
+    std::abort();
+#endif
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -129,6 +151,13 @@ int main(int argc, char** argv) {
             const std::string zeros(static_cast<std::size_t>(std::atol(value)), '\0');
             write(stdout, zeros);
             ++i;
+        } else if (action == "lines") {
+            std::string lines;
+            for (long n = 1; n <= std::atol(value); ++n) {
+                lines += std::to_string(n) + "\n";
+            }
+            write(stdout, lines);
+            ++i;
         } else if (action == "pid") {
 #if defined(_WIN32)
             write(stdout, std::to_string(GetCurrentProcessId()) + "\n");
@@ -143,6 +172,8 @@ int main(int argc, char** argv) {
             }
         } else if (action == "exit") {
             return std::atoi(value);
+        } else if (action == "crash") {
+            crash();
         } else {
             std::fprintf(stderr, "child: unknown action %s\n", action.c_str());
             return 2;
