@@ -75,8 +75,8 @@ int main(int argc, char** argv) {
     }
     const TUpdateVersionInfo history = VelcanParseUpdateFile(argv[1]);
     if (history.versions.size() != 12 || history.versions[0].number != "4.2.0") {
-        return fail(4, "the history read as " + std::to_string(history.versions.size()) +
-                           " versions");
+        return fail(4,
+                    "the history read as " + std::to_string(history.versions.size()) + " versions");
     }
     ElementCounter reader;
     const char document[] = "<a><b/><c>text</c></a>";

@@ -18,8 +18,8 @@ TEST(BatchFileArguments, PlainWordsAndSpacesArePassed) {
 }
 
 TEST(BatchFileArguments, EachCharacterCmdActsOnIsRefused) {
-    for (const char* arg : {"a&b", "a|b", "a<b", "a>b", "50%", "a^b", "(a)", "a!", "\"a\"",
-                            "a\nb", "a\rb"}) {
+    for (const char* arg :
+         {"a&b", "a|b", "a<b", "a>b", "50%", "a^b", "(a)", "a!", "\"a\"", "a\nb", "a\rb"}) {
         EXPECT_NE(problem({"build.cmd", "ok", arg}), "") << arg;
     }
 }
