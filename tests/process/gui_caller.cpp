@@ -37,23 +37,25 @@ class Gatherer : public IBlockingProcessObserver {
     char piece_[1024];
 };
 
-// The visible top-level windows of this process and of any console it was given.
+struct WindowCount {
+    DWORD process;
+    int windows;
+};
+
+BOOL CALLBACK countVisibleWindow(HWND window, LPARAM data) {
+    WindowCount* count = reinterpret_cast<WindowCount*>(data);
+    DWORD owner = 0;
+    GetWindowThreadProcessId(window, &owner);
+    if (owner == count->process && IsWindowVisible(window)) {
+        ++count->windows;
+    }
+    return TRUE;
+}
+
+// The visible top-level windows of this process.
 int visibleWindowsOfThisProcess() {
-    struct Count {
-        DWORD process;
-        int windows;
-    } count = {GetCurrentProcessId(), 0};
-    EnumWindows(
-        [](HWND window, LPARAM data) -> BOOL {
-            Count* c = reinterpret_cast<Count*>(data);
-            DWORD owner = 0;
-            GetWindowThreadProcessId(window, &owner);
-            if (owner == c->process && IsWindowVisible(window)) {
-                ++c->windows;
-            }
-            return TRUE;
-        },
-        reinterpret_cast<LPARAM>(&count));
+    WindowCount count = {GetCurrentProcessId(), 0};
+    EnumWindows(countVisibleWindow, reinterpret_cast<LPARAM>(&count));
     return count.windows;
 }
 

@@ -45,7 +45,8 @@ int main() {
     char temp[MAX_PATH * 3];
     const DWORD t = GetTempPathA(sizeof temp, temp);
     // "Café ☕ 工具", in UTF-8.
-    const std::string folder = std::string(temp, t) + "velcan Caf\xc3\xa9 \xe2\x98\x95 \xe5\xb7\xa5\xe5\x85\xb7 " +
+    const std::string folder = std::string(temp, t) +
+                               "velcan Caf\xc3\xa9 \xe2\x98\x95 \xe5\xb7\xa5\xe5\x85\xb7 " +
                                std::to_string(GetCurrentProcessId());
     if (!CreateDirectoryA(folder.c_str(), nullptr)) {
         return fail(2, "cannot make " + folder);
