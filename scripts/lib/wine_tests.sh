@@ -11,7 +11,7 @@ wine_could_not_start() {
   while IFS= read -r name; do
     name=${name#*:}
     awk -v t="$name" '/^[0-9]+\/[0-9]+ Testing: / {inside = substr($0, index($0, "Testing: ") + 9) == t}
-                      inside && /^Command: .*wine-run/ {wine = 1}
+                      inside && /^Command: "[^"]*\/wine-run"/ {wine = 1}
                       inside && /^\[==========\]/ {started = 1}
                       END {exit !(wine && !started)}' \
       "$temporary/LastTest.log" || return 1

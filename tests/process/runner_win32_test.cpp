@@ -76,19 +76,50 @@ TEST(WindowsRunner, ChildEndedByAnAccessViolationReturnsTheExceptionCodeAsANegat
     EXPECT_EQ(out.output, "before");
 }
 
+// A path in the ANSI code page as the wide functions take it, with the \\?\\ prefix that
+// lets them reach past MAX_PATH.
+std::wstring longPath(const std::string& path) {
+    std::wstring wide(path.size(), L'\0');
+    const int n = MultiByteToWideChar(CP_ACP, 0, path.data(), static_cast<int>(path.size()),
+                                      &wide[0], static_cast<int>(wide.size()));
+    wide.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    return L"\\\\?\\" + wide;
+}
+
+// Removes a folder and what is in it, however long its paths (cmd's rd does not reach there).
+void removeTree(const std::wstring& folder) {
+    WIN32_FIND_DATAW entry;
+    const HANDLE find = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+    if (find != INVALID_HANDLE_VALUE) {
+        do {
+            const std::wstring name = entry.cFileName;
+            if (name == L"." || name == L"..") {
+                continue;
+            }
+            const std::wstring path = folder + L"\\" + name;
+            if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+                removeTree(path);
+            } else {
+                DeleteFileW(path.c_str());
+            }
+        } while (FindNextFileW(find, &entry));
+        FindClose(find);
+    }
+    RemoveDirectoryW(folder.c_str());
+}
+
 // A folder of the test's own, removed with what is in it.
 struct TempFolder {
     TempFolder() {
         char name[MAX_PATH + 1];
-        GetTempFileNameA(existingDirectory().c_str(), "vdr", 0, name);
+        if (GetTempFileNameA(existingDirectory().c_str(), "vdr", 0, name) == 0) {
+            std::abort(); // never a folder of no name: removing it would empty another
+        }
         DeleteFileA(name);
         CreateDirectoryA(name, nullptr);
         path = name;
     }
-    ~TempFolder() {
-        const std::string command = "cmd /c rd /s /q \"" + path + "\"";
-        std::system(command.c_str());
-    }
+    ~TempFolder() { removeTree(longPath(path)); }
     std::string path;
 };
 
@@ -155,17 +186,14 @@ TEST(WindowsRunner, AnAmpersandInABatchFilesArgumentRunsAnotherCommand) {
 TEST(WindowsRunner, ProgramPathLongerThanMaxPathGives127WithNoSuchFile) {
     TempFolder folder;
     // Made through the wide functions with the \\?\\ prefix, which alone take such paths.
-    const auto wide = [](const std::string& ascii) {
-        return L"\\\\?\\" + std::wstring(ascii.begin(), ascii.end());
-    };
     std::string path = folder.path;
     while (path.size() < 280) {
         path += "\\" + std::string(40, 'd');
-        ASSERT_TRUE(CreateDirectoryW(wide(path).c_str(), nullptr)) << path;
+        ASSERT_TRUE(CreateDirectoryW(longPath(path).c_str(), nullptr)) << path;
     }
     const std::string program = path + "\\child.exe";
-    ASSERT_TRUE(
-        CopyFileW(wide(helperProgram("velcan_test_child")).c_str(), wide(program).c_str(), FALSE));
+    ASSERT_TRUE(CopyFileW(longPath(helperProgram("velcan_test_child")).c_str(),
+                          longPath(program).c_str(), FALSE));
     EXPECT_EQ(launchExpectingNoRun(program + " out ran"), notRunWith(ENOENT));
 }
 

@@ -51,4 +51,13 @@ test_test_not_run_under_wine_is_not_run_again() {
   ! wine_could_not_start "$work" || fail "a failed check of the build would be run again"
 }
 
+# A check whose command names wine-run only as an argument (the install test passes it on to
+# a consumer it builds) did not fail for want of a start.
+test_check_that_passes_wine_run_on_is_not_run_again() {
+  failed 256 package.consumer_builds_against_the_installed_tree \
+    '"/usr/bin/cmake" "-DEMULATOR=/r/scripts/wine-run;--win64" "-P" "check_install.cmake"' \
+    $'CMake Error at check_install.cmake:12 (message):\n  failed (1)\n'
+  ! wine_could_not_start "$work" || fail "a failed check run by cmake would be run again"
+}
+
 "$1"
