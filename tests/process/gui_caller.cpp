@@ -11,6 +11,8 @@
 
 #include <velcan/velcan.h>
 
+#include "collector.h"
+
 namespace {
 
 int fail(int number, const std::string& what) {
@@ -22,19 +24,6 @@ class ElementCounter : public expatpp {
   public:
     int elements = 0;
     void startElement(const char*, const char**) override { ++elements; }
-};
-
-class Gatherer : public IBlockingProcessObserver {
-  public:
-    std::string output;
-    void GetOutputBuffer(char** buffer, int* capacity) override {
-        *buffer = piece_;
-        *capacity = sizeof piece_;
-    }
-    void OutputReceived(int count) override { output.append(piece_, static_cast<size_t>(count)); }
-
-  private:
-    char piece_[1024];
 };
 
 struct WindowCount {
@@ -87,7 +76,7 @@ int main(int argc, char** argv) {
     }
     const int windowsBefore = visibleWindowsOfThisProcess();
     // 20000 numbered lines (about 108 KiB, far more than the pipe holds), then code 7.
-    Gatherer out;
+    Collector out;
     const std::string command = helperBesideThis("velcan_test_child.exe") + " lines 20000 exit 7";
     const int code = LaunchBlockingProcess(command.c_str(), &out);
     std::string expected;

@@ -10,25 +10,14 @@
 
 #include <velcan/velcan.h>
 
+#include "collector.h"
+
 namespace {
 
 int fail(int number, const std::string& what) {
     std::fprintf(stderr, "utf8 caller: %s\n", what.c_str());
     return number;
 }
-
-class Gatherer : public IBlockingProcessObserver {
-  public:
-    std::string output;
-    void GetOutputBuffer(char** buffer, int* capacity) override {
-        *buffer = piece_;
-        *capacity = sizeof piece_;
-    }
-    void OutputReceived(int count) override { output.append(piece_, static_cast<size_t>(count)); }
-
-  private:
-    char piece_[256];
-};
 
 } // namespace
 
@@ -57,7 +46,7 @@ int main() {
     if (!CopyFileA(child.c_str(), program.c_str(), FALSE)) {
         result = fail(3, "cannot copy the child to " + program);
     } else {
-        Gatherer out;
+        Collector out;
         const int code = LaunchBlockingProcess(("\"" + program + "\" out ran").c_str(), &out);
         if (code != 0 || out.output != "ran") {
             result = fail(4, "the program in " + folder + " gave " + std::to_string(code) +
