@@ -1,6 +1,7 @@
 // Children that other code of the application starts while a run is under way hold nothing
-// of the run's. A program of its own: under valgrind the spawns back to back only measure
-// valgrind's slowness, so valgrind does not run it (the program's label says so).
+// of the run's. A program of its own, which neither valgrind (where the spawns back to back
+// only measure its slowness) nor the sanitizers (whose runtime opens inheritable pipes of its
+// own, which the spawned children would be counted holding) run: its label says so.
 #include <chrono>
 
 #include <gtest/gtest.h>
