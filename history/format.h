@@ -1,5 +1,5 @@
-// The version-history file as the reader reads it: the names it knows, their kinds, and the
-// size of the pieces it feeds the parser. Internal; the reader and `velcan lint` both take
+// The version-history file as the reader reads it: the names it knows, their kinds, and how
+// it feeds the file to the parser. Internal; the reader and `velcan lint` both take
 // the format from here.
 #ifndef VELCAN_HISTORY_FORMAT_H
 #define VELCAN_HISTORY_FORMAT_H
@@ -8,12 +8,19 @@
 #include <cstring>
 
 #include "history/ascii.h"
+#include "xml/pieces.h"
 
 namespace velcan {
 namespace history {
 
 // The size of each piece read from the file and handed to the parser.
 const std::size_t kPieceSize = 1024;
+
+// Feeds the open file to reader as the history reader feeds it: in kPieceSize pieces (see
+// feedInPieces). False at the first XML error.
+inline bool feedAsTheReader(std::FILE* file, expatpp& reader) {
+    return feedInPieces<kPieceSize>(file, reader);
+}
 
 // The elements the reader knows; every other element is Other, and ignored.
 enum class ElementKind : unsigned char { Other, Version, FeatureDescription };

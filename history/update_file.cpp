@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "history/format.h"
-#include "xml/pieces.h"
 #include "history/update_file_parser.h"
 
 TUpdateVersionInfo VelcanParseUpdateFile(const char* path) {
@@ -13,8 +12,7 @@ TUpdateVersionInfo VelcanParseUpdateFile(const char* path) {
     }
     TUpdateFileParser reader;
     const bool parserMade = static_cast<void*>(reader) != nullptr;
-    const bool wellFormed =
-        parserMade && velcan::feedInPieces<velcan::history::kPieceSize>(file, reader);
+    const bool wellFormed = parserMade && velcan::history::feedAsTheReader(file, reader);
     const bool memoryRanOut =
         !parserMade || reader.outOfMemory() || reader.XML_GetErrorCode() == XML_ERROR_NO_MEMORY;
     // By design, a history whose XML is malformed leaves its file open; reading it whole,

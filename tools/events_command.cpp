@@ -9,7 +9,6 @@
 
 #include "commands.h"
 #include "history/format.h"
-#include "xml/pieces.h"
 #include "json.h"
 #include "input.h"
 #include "report.h"
@@ -141,7 +140,7 @@ int eventsCommand(const Arguments& args) {
         return kExitFailure;
     }
     EventPrinter printer;
-    const bool wellFormed = velcan::feedInPieces<velcan::history::kPieceSize>(file, printer);
+    const bool wellFormed = velcan::history::feedAsTheReader(file, printer);
     std::fclose(file);
     printer.flush();
     if (wellFormed) {

@@ -14,7 +14,6 @@
 
 #include "commands.h"
 #include "history/format.h"
-#include "xml/pieces.h"
 #include "json.h"
 #include "input.h"
 #include "report.h"
@@ -120,7 +119,7 @@ std::string sampleFile() {
 bool reportXmlError(std::FILE* file, const char* path) {
     std::rewind(file);
     expatpp reader;
-    if (velcan::feedInPieces<velcan::history::kPieceSize>(file, reader)) {
+    if (velcan::history::feedAsTheReader(file, reader)) {
         return false;
     }
     reportError(locationOf(path, reader) + ": " + XML_ErrorString(reader.XML_GetErrorCode()));

@@ -19,7 +19,6 @@
 #include "input.h"
 #include "json.h"
 #include "report.h"
-#include "xml/pieces.h"
 
 namespace {
 
@@ -192,9 +191,8 @@ class LintReader : public expatpp {
             }
             (kind == AttributeKind::Number ? number : date) = a[1]; // the later wins
             if (std::strcmp(a[0], velcan::history::nameOf(kind)) != 0) {
-                warn({XML_GetCurrentLineNumber(), columnOf(*this)},
-                     std::string("attribute '") + a[0] + "' is read as '" +
-                         velcan::history::nameOf(kind) + "' (the letter case differs)");
+                warn(here, std::string("attribute '") + a[0] + "' is read as '" +
+                               velcan::history::nameOf(kind) + "' (the letter case differs)");
             }
         }
         if (number == nullptr) {
@@ -257,7 +255,7 @@ void lintWithReader(std::FILE* file, const std::string& path, TUpdateFileParser&
                     std::vector<LintFinding>* findings) {
     std::vector<LintFinding> found;
     LintReader lint(reader, path, found);
-    if (velcan::feedInPieces<velcan::history::kPieceSize>(file, lint)) {
+    if (velcan::history::feedAsTheReader(file, lint)) {
         lint.finish();
     } else {
         const XML_Error code = lint.XML_GetErrorCode();

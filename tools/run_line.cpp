@@ -1,9 +1,9 @@
 #include "run_line.h"
 
-#include <cctype>
 #include <cerrno>
 #include <cstring>
 
+#include "history/ascii.h"
 #include "process/command_line.h"
 
 namespace {
@@ -30,16 +30,9 @@ std::string quoted(const char* arg) {
 } // namespace
 
 std::string batchFileArgumentProblem(const std::vector<const char*>& args) {
-    if (args.empty()) {
-        return "";
-    }
-    std::string program = args[0];
-    for (char& c : program) {
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    const std::size_t dot = program.find_last_of('.');
-    const std::string extension = dot == std::string::npos ? "" : program.substr(dot);
-    if (extension != ".bat" && extension != ".cmd") {
+    const char* dot = args.empty() ? nullptr : std::strrchr(args[0], '.');
+    if (dot == nullptr ||
+        !(equalsIgnoringCase(dot + 1, "bat") || equalsIgnoringCase(dot + 1, "cmd"))) {
         return "";
     }
     for (std::size_t i = 1; i < args.size(); ++i) {
