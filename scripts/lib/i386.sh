@@ -4,7 +4,9 @@
 # can be booted with 32-bit emulation off, "ia32_emulation=off"); there, i386 programs run under
 # Debian's qemu-i386 user emulation, through a binfmt_misc handler that lives only while a run
 # needs it. Nothing of the host's packages changes: qemu comes out of Debian's package, unpacked
-# into the cache, never installed.
+# into the cache, never installed. Emulation can be asked for where the kernel runs them too
+# (VELCAN_I386_WAY=emulated): a handler, once registered, comes before the kernel's own loader,
+# so that the emulated way is tried on every machine.
 
 i386_qemu=$velcan_cache/qemu/qemu-i386
 i386_binfmt=/proc/sys/fs/binfmt_misc
@@ -14,31 +16,112 @@ i386_handler=$i386_binfmt/qemu-i386
 # An i386 ELF executable, as binfmt_misc matches it (qemu's own rule).
 i386_rule=':qemu-i386:M::\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x03\x00:\xff\xff\xff\xff\xff\xfe\xfe\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
 
-# i386_way: prints how i386 programs run here, as one word and the reason:
-#   native    the kernel runs them itself;
-#   emulated  under qemu-i386 (the machine's own handler, or one registered for the run);
-#   none      not at all (the reason says why).
-# Fetches qemu (once, into the cache) where it is needed and can be had. First clears a handler
-# of ours that a killed run left behind, so it is not taken for the machine's own: for a script
-# that no other holder runs inside (test-win32, test-release).
+# The ways the 32-bit suite can run, as VELCAN_I386_WAY (and test-win32's --i386) name them:
+#   auto      the best this machine has: native, else emulated, else static (the default);
+#   native    the kernel runs i386 programs itself;
+#   emulated  under qemu-i386, even where the kernel could run them (the machine's own handler,
+#             or Debian's qemu-i386 through one registered for the run);
+#   static    none is run: the 32-bit build is checked from its files alone.
+i386_ways="auto native emulated static"
+
+# i386_wanted: the way asked for (VELCAN_I386_WAY, else auto).
+i386_wanted() {
+  echo "${VELCAN_I386_WAY:-auto}"
+}
+
+# i386_way [WANTED]: prints the way i386 programs run here, as one word and the reason
+# ("native: ...", "emulated: ...", "static: ..."). WANTED (default: i386_wanted) other than
+# auto is that way or nothing: one that cannot be had here prints "unavailable: WANTED: why"
+# and fails, as does a word that is no way. Fetches qemu (once, into the cache) where it is
+# needed and can be had. First clears a handler of ours that a killed run left behind, so it is
+# not taken for the machine's own: for a script that no other holder runs inside (test-win32,
+# test-release).
 i386_way() {
+  local wanted=${1:-$(i386_wanted)} native=no why
+  case " $i386_ways " in
+    *" $wanted "*) ;;
+    *) echo "unavailable: '$wanted' is not a way to run the 32-bit suite (${i386_ways// /, })"
+       return 1 ;;
+  esac
   i386_clear_stale
-  if arch-test -n i386 >/dev/null 2>&1; then
+  if [ "$wanted" = static ]; then
+    echo "static: chosen; the 32-bit build is checked from its files, and no program of it runs"
+    return 0
+  fi
+  arch-test -n i386 >/dev/null 2>&1 && native=yes
+  if [ "$native" = yes ] && [ "$wanted" != emulated ]; then
     echo "native: this kernel runs i386 programs"
     return 0
   fi
-  local why
-  why="this kernel cannot run i386 programs$(i386_kernel_says)"
-  if arch-test i386 >/dev/null 2>&1; then
+  if [ "$native" = yes ]; then
+    why="chosen, though this kernel runs i386 programs itself"
+  else
+    why="this kernel cannot run i386 programs$(i386_kernel_says)"
+  fi
+  if [ "$wanted" = native ]; then
+    echo "unavailable: native: $why"
+    return 1
+  fi
+  local cannot=""
+  if i386_machine_handler; then
     echo "emulated: $why; the machine's own binfmt_misc handler runs them"
+    return 0
   elif ! pkg_have_root; then
-    echo "none: $why, and emulating them needs root (or sudo) for a binfmt_misc handler"
+    cannot="emulating them needs root (or sudo) for a binfmt_misc handler"
   elif ! i386_fetch_qemu; then
-    echo "none: $why, and qemu-i386 cannot be had from Debian's archive ($i386_fetch_error)"
+    cannot="qemu-i386 cannot be had from Debian's archive ($i386_fetch_error)"
   elif ! i386_binfmt_usable; then
-    echo "none: $why, and binfmt_misc cannot be used here to emulate them"
+    cannot="binfmt_misc cannot be used here to emulate them"
   else
     echo "emulated: $why; Debian's qemu-i386 runs them, through a binfmt_misc handler held for this run"
+    return 0
+  fi
+  if [ "$wanted" = emulated ]; then
+    echo "unavailable: emulated: $why, and $cannot"
+    return 1
+  fi
+  echo "static: $why, and $cannot"
+}
+
+# i386_plan ASKED: the ways to run the 32-bit suite for ASKED, a comma-separated list of ways
+# or "all" (every way this machine has: native and emulated, static where it has neither), one
+# line each: "run WAY: reason", or "left out WAY: reason" for what all could not have. Fails,
+# saying why on stdout, when a way asked for by name cannot be had.
+i386_plan() {
+  local wanted way plan=() ran=no w a
+  IFS=, read -r -a wanted <<<"$1"
+  [ ${#wanted[@]} -gt 0 ] || wanted=(auto)
+  for w in "${wanted[@]}"; do
+    if [ "$w" = all ]; then
+      for a in native emulated; do
+        if way=$(i386_way "$a"); then
+          plan+=("run $way") ran=yes
+        else
+          plan+=("left out ${way#unavailable: }")
+        fi
+      done
+      if [ "$ran" = no ]; then
+        way=$(i386_way auto) # static, with the reason
+        plan+=("run $way")
+      fi
+    elif way=$(i386_way "$w"); then
+      plan+=("run $way")
+    else
+      echo "$way"
+      return 1
+    fi
+  done
+  printf '%s\n' "${plan[@]}"
+}
+
+# Whether the machine has a binfmt_misc handler of its own that runs i386 programs: where the
+# kernel cannot run them, any that does (arch-test says so); where it can, one named qemu-i386
+# (ours were cleared) that is enabled.
+i386_machine_handler() {
+  if arch-test -n i386 >/dev/null 2>&1; then
+    [ -e "$i386_handler" ] && grep -qx enabled "$i386_handler"
+  else
+    arch-test i386 >/dev/null 2>&1
   fi
 }
 
@@ -107,13 +190,18 @@ i386_binfmt_usable() {
   [ -e "$i386_binfmt/register" ] || grep -qw binfmt_misc /proc/filesystems
 }
 
-# i386_hold: makes i386 programs runnable for as long as the caller needs them: registers the
-# qemu-i386 handler unless the kernel or a handler already runs them. i386_release takes away
-# what i386_hold added, and only that. Callers release on exit.
+# i386_hold: makes i386 programs runnable, the way asked for (i386_wanted), for as long as the
+# caller needs them: registers the qemu-i386 handler unless the kernel (where emulation is not
+# asked for) or a handler already runs them. i386_release takes away what i386_hold added, and
+# only that. Callers release on exit.
 i386_registered=""
 i386_mounted=""
 i386_hold() {
-  arch-test i386 >/dev/null 2>&1 && return 0
+  if [ "$(i386_wanted)" != emulated ] || ! arch-test -n i386 >/dev/null 2>&1; then
+    arch-test i386 >/dev/null 2>&1 && return 0
+  elif [ -e "$i386_handler" ]; then
+    return 0 # emulation asked for on a kernel that runs them: the machine's, or a caller's
+  fi
   i386_fetch_qemu || { echo "$me: cannot emulate i386: $i386_fetch_error" >&2; return 1; }
   if [ ! -e "$i386_binfmt/register" ]; then
     "${pkg_sudo[@]}" mount -t binfmt_misc binfmt_misc "$i386_binfmt" ||

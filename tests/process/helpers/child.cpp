@@ -13,6 +13,8 @@
 //   exit N               end with code N
 //   crash                end by an access violation, unhandled (Windows: the process ends with
 //                        the exception's code, 0xC0000005, and no debugger is asked in)
+//   raise CODE           end by raising the exception CODE (hexadecimal), unhandled (Windows;
+//                        elsewhere as crash)
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -104,10 +106,17 @@ LONG WINAPI endByTheException(EXCEPTION_POINTERS*) {
 }
 #endif
 
-void crash() {
 #if defined(_WIN32)
+// An unhandled exception then ends the process with its code, and no debugger is asked in.
+void endByUnhandledExceptions() {
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX);
     SetUnhandledExceptionFilter(endByTheException);
+}
+#endif
+
+void crash() {
+#if defined(_WIN32)
+    endByUnhandledExceptions();
     // A page no one may touch (under Wine the page at address 0 can be written).
     int* volatile forbidden =
         static_cast<int*>(VirtualAlloc(nullptr, 4096, MEM_COMMIT | MEM_RESERVE, PAGE_NOACCESS));
@@ -173,6 +182,13 @@ int main(int argc, char** argv) {
         } else if (action == "exit") {
             return std::atoi(value);
         } else if (action == "crash") {
+            crash();
+        } else if (action == "raise") {
+#if defined(_WIN32)
+            endByUnhandledExceptions();
+            RaiseException(static_cast<DWORD>(std::strtoul(value, nullptr, 16)),
+                           EXCEPTION_NONCONTINUABLE, 0, nullptr);
+#endif
             crash();
         } else {
             std::fprintf(stderr, "child: unknown action %s\n", action.c_str());
