@@ -1,4 +1,5 @@
-// velcan history: the version history as VelcanParseUpdateFile returns it.
+// velcan history: the version history as VelcanParseUpdateFile returns it, all of it or the
+// versions newer than one, as text, JSON, Markdown or HTML.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -14,8 +15,8 @@
 
 #include "commands.h"
 #include "history/format.h"
-#include "json.h"
 #include "input.h"
+#include "release_notes.h"
 #include "report.h"
 
 #ifndef VELCAN_SAMPLE_RELATIVE
@@ -23,80 +24,6 @@
 #endif
 
 namespace {
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-std::string trimmed(const std::string& s) {
-    std::size_t begin = 0;
-    std::size_t end = s.size();
-    while (begin < end && isBlank(s[begin])) {
-        ++begin;
-    }
-    while (end > begin && isBlank(s[end - 1])) {
-        --end;
-    }
-    return s.substr(begin, end - begin);
-}
-
-// A description as a bullet: its lines trimmed, the first behind "  - ", the rest indented
-// under it, blank lines dropped.
-void appendBullet(std::string& out, const std::string& description) {
-    const std::string text = trimmed(description);
-    std::size_t start = 0;
-    bool first = true;
-    while (start <= text.size()) {
-        std::size_t end = text.find('\n', start);
-        if (end == std::string::npos) {
-            end = text.size();
-        }
-        const std::string line = trimmed(text.substr(start, end - start));
-        if (first || !line.empty()) {
-            out += first ? "  - " : "    ";
-            out += line;
-            out += '\n';
-            first = false;
-        }
-        start = end + 1;
-    }
-}
-
-std::string asText(const TUpdateVersionInfo& info) {
-    std::string out;
-    for (const TUpdateVersion& version : info.versions) {
-        out += "Version ";
-        out += version.number.empty() ? "(no number)" : version.number;
-        if (!version.date.empty()) {
-            out += " (" + version.date + ")";
-        }
-        out += '\n';
-        for (const std::string& description : version.featureDescriptions) {
-            appendBullet(out, description);
-        }
-    }
-    return out;
-}
-
-std::string asJson(const TUpdateVersionInfo& info) {
-    std::string out = "{\"versions\":[";
-    for (std::size_t v = 0; v < info.versions.size(); ++v) {
-        const TUpdateVersion& version = info.versions[v];
-        out += v == 0 ? "{" : ",{";
-        out += "\"number\":" + jsonString(version.number);
-        out += ",\"date\":" + jsonString(version.date);
-        out += ",\"featureDescriptions\":[";
-        for (std::size_t d = 0; d < version.featureDescriptions.size(); ++d) {
-            if (d != 0) {
-                out += ',';
-            }
-            out += jsonString(version.featureDescriptions[d]);
-        }
-        out += "]}";
-    }
-    out += "],\"extraText\":" + jsonString(info.extraText) + "}\n";
-    return out;
-}
 
 // The sample history installed with the tool: share/velcan beside its bin folder (the build
 // tree keeps a copy in the same place relative to the tool).
@@ -126,19 +53,74 @@ bool reportXmlError(std::FILE* file, const char* path) {
     return true;
 }
 
+struct HistoryOptions {
+    NotesFormat format = NotesFormat::Text;
+    bool since = false;
+    std::string sinceVersion;
+};
+
+// Reads the options; a usage error is reported and gives false.
+bool readOptions(const std::vector<std::string>& options, HistoryOptions* o, int* status) {
+    static const char kSince[] = "--since=";
+    static const char kFormat[] = "--format=";
+    bool standalone = false;
+    for (const std::string& option : options) {
+        if (option == "--json") {
+            o->format = NotesFormat::Json;
+        } else if (option == "--standalone") {
+            standalone = true;
+        } else if (option.compare(0, sizeof kSince - 1, kSince) == 0) {
+            o->since = true;
+            o->sinceVersion = option.substr(sizeof kSince - 1);
+            if (!VelcanIsVersionNumber(o->sinceVersion.c_str())) {
+                *status = usageError("history: --since: '" + o->sinceVersion +
+                                     "' is not a version number");
+                return false;
+            }
+        } else {
+            const std::string name = option.substr(sizeof kFormat - 1);
+            if (name == "text") {
+                o->format = NotesFormat::Text;
+            } else if (name == "json") {
+                o->format = NotesFormat::Json;
+            } else if (name == "markdown") {
+                o->format = NotesFormat::Markdown;
+            } else if (name == "html") {
+                o->format = NotesFormat::Html;
+            } else {
+                *status = usageError("history: --format: '" + name +
+                                     "' is not text, json, markdown or html");
+                return false;
+            }
+        }
+    }
+    if (standalone) {
+        if (o->format != NotesFormat::Html) {
+            *status = usageError("history: --standalone is for --format=html");
+            return false;
+        }
+        o->format = NotesFormat::HtmlPage;
+    }
+    return true;
+}
+
 } // namespace
 
 int historyCommand(const Arguments& args) {
-    std::vector<std::string> options;
+    std::vector<std::string> optionsGiven;
     Arguments files;
     int status = 0;
-    if (!splitArguments("history", args, {"--json"}, &options, &files, &status)) {
+    if (!splitArguments("history", args, {"--json", "--format=", "--since=", "--standalone"},
+                        &optionsGiven, &files, &status)) {
+        return status;
+    }
+    HistoryOptions options;
+    if (!readOptions(optionsGiven, &options, &status)) {
         return status;
     }
     if (files.size() > 1) {
         return usageError("history: more than one FILE given");
     }
-    const bool json = !options.empty();
     const char* path = files.empty() ? nullptr : files[0];
     const std::string sample = path == nullptr ? sampleFile() : std::string();
     if (path == nullptr) {
@@ -168,6 +150,9 @@ int historyCommand(const Arguments& args) {
         reportError(shown + ": no versions (the file has no Version element)");
         return kExitFailure;
     }
-    const std::string out = json ? asJson(info) : asText(info);
+    const std::string out =
+        options.since ? releaseNotes(VelcanVersionsNewerThan(info, options.sinceVersion.c_str()),
+                                     options.format)
+                      : releaseNotes(info, options.format);
     return writeOut(out) ? 0 : kExitFailure;
 }

@@ -79,7 +79,7 @@ class LintReader : public expatpp {
             open_[descriptions_.back()].hadNested = true;
         }
         if (kind == Kind::Version) {
-            checkVersion(here, atts);
+            checkVersion(here, atts, versions_.empty());
             lastVersion_ = here;
         }
         reader_.startElement(name, atts);
@@ -181,7 +181,8 @@ class LintReader : public expatpp {
         }
     }
 
-    void checkVersion(const Place& here, const char** atts) {
+    // topLevel: not inside another Version, whose own warning says what the reader does.
+    void checkVersion(const Place& here, const char** atts, bool topLevel) {
         const char* number = nullptr;
         const char* date = nullptr;
         for (const char** a = atts; *a != nullptr; a += 2) {
@@ -207,12 +208,31 @@ class LintReader : public expatpp {
             } else {
                 numbers_[number] = here.line;
             }
+            checkOrder(here, number, topLevel);
         }
         if (date == nullptr) {
             warn(here, "Version without a date: the reader gives it an empty one");
         } else if (isBlank(date)) {
             warn(here, "Version with a blank date: the reader keeps it as it is");
         }
+    }
+
+    // Versions are listed newest first, and each number can be ordered.
+    void checkOrder(const Place& here, const char* number, bool topLevel) {
+        if (!VelcanIsVersionNumber(number)) {
+            warn(here, std::string("number '") + number +
+                           "' is not a version number (such as 4.1.0 or 2.0-rc.1): it comes "
+                           "before every version, and is never newer than one");
+            return;
+        }
+        if (topLevel && !previousNumber_.empty() &&
+            VelcanCompareVersions(number, previousNumber_.c_str()) > 0) {
+            warn(here, std::string("version ") + number + " is newer than " + previousNumber_ +
+                           " before it (line " + std::to_string(previousLine_) +
+                           "): versions are listed newest first");
+        }
+        previousNumber_ = number;
+        previousLine_ = here.line;
     }
 
     void warn(const Place& at, const std::string& message) {
@@ -235,6 +255,8 @@ class LintReader : public expatpp {
     std::vector<Held> heldAt_;
     Place lastVersion_{1, 1};
     std::map<std::string, int> numbers_;
+    std::string previousNumber_; // the last version number, and its line
+    int previousLine_ = 0;
 };
 
 } // namespace

@@ -23,10 +23,14 @@ struct Command {
 // The one description of the tool's usage: --help, each COMMAND --help, the manual page and
 // docs/tool.md's usage block are all this text.
 const Command kCommands[] = {
-    {"history", "[--json] [--] [FILE]", "print a version-history file",
-     "FILE is read once; '-' is standard input. Without FILE, the sample history installed\n"
-     "with the tool. Exit status: 0, or 1 when the file cannot be read, is not well formed or\n"
-     "has no versions.\n",
+    {"history", "[--since=VERSION] [--format=FORMAT] [--] [FILE]",
+     "print a version-history file, or what is new since a version",
+     "--since=VERSION shows only the versions newer than VERSION, a version number such as\n"
+     "4.1.0, v2.0-rc.10 or 2.1 (= 2.1.0). FORMAT: text (the default), json (as --json), markdown\n"
+     "or html (a fragment; --standalone makes it a whole page). Descriptions' blanks and line\n"
+     "breaks are folded into single spaces but in JSON, which keeps them as read. FILE is read\n"
+     "once; '-' is standard input. Without FILE, the sample history installed with the tool.\n"
+     "Exit status: 0, or 1 when the file cannot be read, is not well formed or has no versions.\n",
      historyCommand},
     {"events", "[--] FILE", "print every XML event a reader receives",
      "'-' is standard input. Exit status: 0, or 1 when the file cannot be read or is not well\n"

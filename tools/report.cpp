@@ -35,15 +35,34 @@ bool splitArguments(const char* command, const std::vector<const char*>& args,
                     const std::vector<std::string>& known, std::vector<std::string>* options,
                     std::vector<const char*>* operands, int* status) {
     bool ended = false;
-    for (const char* arg : args) {
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const char* arg = args[i];
         if (!ended && std::strcmp(arg, "--") == 0) {
             ended = true;
         } else if (!ended && isOption(arg)) {
-            if (std::find(known.begin(), known.end(), arg) == known.end()) {
+            const std::string given = arg;
+            std::string option;
+            for (const std::string& k : known) {
+                const bool takesValue = !k.empty() && k.back() == '=';
+                if (given == k || (takesValue && given.compare(0, k.size(), k) == 0)) {
+                    option = given;
+                } else if (takesValue && given == k.substr(0, k.size() - 1)) {
+                    if (i + 1 == args.size()) {
+                        *status = usageError(std::string(command) + ": " + given +
+                                             " needs a value (" + k + "VALUE)");
+                        return false;
+                    }
+                    option = k + args[++i];
+                }
+                if (!option.empty()) {
+                    break;
+                }
+            }
+            if (option.empty()) {
                 *status = usageError(std::string(command) + ": unknown option '" + arg + "'");
                 return false;
             }
-            options->push_back(arg);
+            options->push_back(option);
         } else {
             operands->push_back(arg);
         }

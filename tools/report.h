@@ -31,9 +31,11 @@ int usageError(const std::string& message);
 // Whether an argument is an option ("-x", "--x"; a lone "-" is not).
 bool isOption(const char* arg);
 
-// Splits a command's arguments into the options it knows (`known`, each given as a flag) and
-// its operands: "--" ends the options, and "-" is an operand. An unknown option is a usage
-// error, reported; *status then holds kExitUsage and false is returned.
+// Splits a command's arguments into the options it knows and its operands: "--" ends the
+// options, and "-" is an operand. Each of `known` is a flag ("--json"), or ends in "=" for an
+// option with a value, given as "--since=VALUE" or "--since VALUE" and kept as the former. An
+// unknown option, or one with its value missing, is a usage error, reported; *status then holds
+// kExitUsage and false is returned.
 bool splitArguments(const char* command, const std::vector<const char*>& args,
                     const std::vector<std::string>& known, std::vector<std::string>* options,
                     std::vector<const char*>* operands, int* status);

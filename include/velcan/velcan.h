@@ -2,6 +2,8 @@
 //
 //   expatpp                 an event-driven XML reader over expat; derive from it
 //   VelcanParseUpdateFile   reads the product's version-history file into a record
+//   VelcanCompareVersions   orders version numbers as people read them; with
+//                           VelcanVersionsNewerThan and VelcanNewestVersion, what's new
 //   LaunchBlockingProcess   runs a command, streaming its output to an observer
 //                           (an IBlockingProcessObserver)
 #ifndef VELCAN_VELCAN_H
@@ -11,6 +13,7 @@
 #include "velcan/version.h"
 #include "xml/expatpp.h"
 #include "history/update_file.h"
+#include "history/version_number.h"
 #include "process/blocking_process.h"
 
 #endif
