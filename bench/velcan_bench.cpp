@@ -122,6 +122,11 @@ std::string ms(double s) {
     std::snprintf(b, sizeof b, "%.2f ms", s * 1e3);
     return b;
 }
+std::string ns(double s) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%.1f ns", s * 1e9);
+    return b;
+}
 std::string us(double s) {
     char b[32];
     std::snprintf(b, sizeof b, "%.1f us", s * 1e6);
@@ -307,6 +312,82 @@ void lintDepthMeasure(bool quick) {
     const bool ran = lintStatus == 0 && historyStatus == 0;
     row(ran ? name : "velcan lint or history FAILED on the deep document", ms(t.measure),
         ms(t.baseline), ran ? t.measure / t.baseline : 99.0, 3.0);
+}
+
+// velcan history --since and --format=html against plain history on one large file: the
+// same time and the same peak heap, since both write a version at a time and copy nothing.
+void historyFormatsMeasure(bool quick) {
+    const std::string path = "/tmp/velcan-bench-formats.xml";
+    const long versions = generateHistory(path, quick ? (2L << 20) : (200L << 20));
+    const Arguments plain = {path.c_str()};
+    const Arguments since = {"--since=0", path.c_str()}; // every version is newer: all shown
+    const Arguments html = {"--format=html", path.c_str()};
+    int status = 0;
+    auto run = [&](const Arguments& args) {
+        return printingTo("/dev/null", [&] { status |= historyCommand(args); });
+    };
+    auto peakOf = [&](const Arguments& args) {
+        const long before = liveBytes;
+        peakBytes = before;
+        run(args);
+        return static_cast<double>(peakBytes - before);
+    };
+    const int rounds = quick ? 3 : 5;
+    const Pair s = interleaved(rounds, [&] { return run(since); }, [&] { return run(plain); });
+    const Pair h = interleaved(rounds, [&] { return run(html); }, [&] { return run(plain); });
+    const double plainPeak = peakOf(plain);
+    const double sincePeak = peakOf(since);
+    const double htmlPeak = peakOf(html);
+    std::remove(path.c_str());
+    char name[64];
+    const char* failed = "velcan history FAILED on the large file";
+    std::snprintf(name, sizeof name, "history --since / history, %ld versions", versions);
+    row(status == 0 ? name : failed, ms(s.measure), ms(s.baseline), s.measure / s.baseline, 1.10);
+    std::snprintf(name, sizeof name, "history --format=html / history, %ld versions", versions);
+    row(status == 0 ? name : failed, ms(h.measure), ms(h.baseline), h.measure / h.baseline, 1.10);
+    row("peak heap: history --since / history", mib(sincePeak), mib(plainPeak),
+        sincePeak / plainPeak, 1.05);
+    row("peak heap: history --format=html / history", mib(htmlPeak), mib(plainPeak),
+        htmlPeak / plainPeak, 1.05);
+}
+
+// Comparing two version numbers, against comparing their bytes: no allocation, a few bytes'
+// scan each.
+void versionCompareMeasure(bool quick) {
+    const char* pairs[][2] = {{"2.0.10", "2.0.9"},
+                              {"v4.1.0-rc.10+build.7", "4.1.0-rc.9"},
+                              {"1.18446744073709551616", "1.18446744073709551615"},
+                              {"build 2024", "2.1"}};
+    const long n = quick ? 200000 : 5000000;
+    volatile int sink = 0;
+    const long before = liveBytes;
+    peakBytes = before;
+    for (long i = 0; i < n; ++i) {
+        sink = sink + VelcanCompareVersions(pairs[i & 3][0], pairs[i & 3][1]);
+    }
+    const long allocated = peakBytes - before;
+    const Pair t = interleaved(
+        quick ? 3 : 7,
+        [&] {
+            return seconds([&] {
+                for (long i = 0; i < n; ++i) {
+                    sink = sink + VelcanCompareVersions(pairs[i & 3][0], pairs[i & 3][1]);
+                }
+            });
+        },
+        [&] {
+            return seconds([&] {
+                for (long i = 0; i < n; ++i) {
+                    sink = sink + std::strcmp(pairs[i & 3][0], pairs[i & 3][1]);
+                }
+            });
+        });
+    info("VelcanCompareVersions / strcmp, per pair", ns(t.measure / static_cast<double>(n)),
+         ns(t.baseline / static_cast<double>(n)), t.measure / t.baseline);
+    char name[64];
+    std::snprintf(name, sizeof name, "heap bytes of %ld version comparisons", n);
+    row(name, std::to_string(allocated), "0",
+        static_cast<double>(allocated), 0.0, "B");
 }
 
 void dispatchMeasure(bool quick) {
@@ -581,6 +662,8 @@ int main(int argc, char** argv) {
     dispatchMeasure(quick);
     eventsMeasure(quick);
     lintDepthMeasure(quick);
+    historyFormatsMeasure(quick);
+    versionCompareMeasure(quick);
     std::printf("%d of the targets missed%s\n", failures,
                 quick ? " (quick run: sizes too small to judge)" : "");
     return 0;

@@ -1,5 +1,6 @@
 // velcan history: the version history as VelcanParseUpdateFile returns it, all of it or the
 // versions newer than one, as text, JSON, Markdown or HTML.
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -52,6 +53,9 @@ bool reportXmlError(std::FILE* file, const char* path) {
     reportError(locationOf(path, reader) + ": " + XML_ErrorString(reader.XML_GetErrorCode()));
     return true;
 }
+
+// How much output is gathered before it is written.
+const std::size_t kWriteSize = 1 << 16;
 
 struct HistoryOptions {
     NotesFormat format = NotesFormat::Text;
@@ -150,9 +154,22 @@ int historyCommand(const Arguments& args) {
         reportError(shown + ": no versions (the file has no Version element)");
         return kExitFailure;
     }
-    const std::string out =
-        options.since ? releaseNotes(VelcanVersionsNewerThan(info, options.sinceVersion.c_str()),
-                                     options.format)
-                      : releaseNotes(info, options.format);
-    return writeOut(out) ? 0 : kExitFailure;
+    // Written a version at a time: no copy of the record, nor of the whole text, is made.
+    NotesWriter notes(options.format);
+    std::string out = notes.begin();
+    errno = 0; // a failed write's errno is kept for finishOutput()
+    for (const TUpdateVersion& version : info.versions) {
+        if (options.since &&
+            VelcanCompareVersions(version.number.c_str(), options.sinceVersion.c_str()) <= 0) {
+            continue;
+        }
+        notes.version(version, out);
+        if (out.size() >= kWriteSize) {
+            std::fwrite(out.data(), 1, out.size(), stdout);
+            out.clear();
+        }
+    }
+    out += notes.end(info.extraText);
+    std::fwrite(out.data(), 1, out.size(), stdout);
+    return finishOutput() ? 0 : kExitFailure;
 }

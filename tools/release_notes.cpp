@@ -26,111 +26,48 @@ bool isWww(const std::string& text, std::size_t at) {
              (before >= 'A' && before <= 'Z'));
 }
 
-// A version's heading: its number (or "(no number)") and its date in brackets, if any.
-std::string heading(const TUpdateVersion& version) {
-    std::string text = version.number.empty() ? "(no number)" : version.number;
+// Appends a version's heading: its number (or "(no number)") and its date in brackets, if any.
+void appendHeading(std::string& out, const TUpdateVersion& version) {
+    out += version.number.empty() ? "(no number)" : version.number;
     if (!version.date.empty()) {
-        text += " (" + version.date + ")";
+        out += " (";
+        out += version.date;
+        out += ')';
     }
-    return text;
-}
-
-std::string asText(const TUpdateVersionInfo& info) {
-    std::string out;
-    for (const TUpdateVersion& version : info.versions) {
-        out += "Version " + heading(version) + "\n";
-        for (const std::string& description : version.featureDescriptions) {
-            out += "  - " + foldedWhitespace(description) + "\n";
-        }
-    }
-    return out;
-}
-
-std::string asMarkdown(const TUpdateVersionInfo& info) {
-    std::string out;
-    for (const TUpdateVersion& version : info.versions) {
-        out += (out.empty() ? "## " : "\n## ") + markdownEscaped(heading(version), false) + "\n";
-        if (!version.featureDescriptions.empty()) {
-            out += '\n';
-        }
-        for (const std::string& description : version.featureDescriptions) {
-            const std::string item = markdownEscaped(foldedWhitespace(description), true);
-            out += item.empty() ? "-\n" : "- " + item + "\n";
-        }
-    }
-    return out;
-}
-
-std::string asHtml(const TUpdateVersionInfo& info) {
-    std::string out;
-    for (const TUpdateVersion& version : info.versions) {
-        out += "<section class=\"version\">\n<h2>" + htmlEscaped(heading(version)) + "</h2>\n";
-        if (!version.featureDescriptions.empty()) {
-            out += "<ul>\n";
-            for (const std::string& description : version.featureDescriptions) {
-                out += "<li>" + htmlEscaped(foldedWhitespace(description)) + "</li>\n";
-            }
-            out += "</ul>\n";
-        }
-        out += "</section>\n";
-    }
-    return out;
-}
-
-std::string asHtmlPage(const TUpdateVersionInfo& info) {
-    return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-           "<title>Release notes</title>\n</head>\n<body>\n" +
-           asHtml(info) + "</body>\n</html>\n";
-}
-
-std::string asJson(const TUpdateVersionInfo& info) {
-    std::string out = "{\"format\":1,\"versions\":[";
-    for (std::size_t v = 0; v < info.versions.size(); ++v) {
-        const TUpdateVersion& version = info.versions[v];
-        out += v == 0 ? "{" : ",{";
-        out += "\"number\":" + jsonString(version.number);
-        out += ",\"date\":" + jsonString(version.date);
-        out += ",\"featureDescriptions\":[";
-        for (std::size_t d = 0; d < version.featureDescriptions.size(); ++d) {
-            if (d != 0) {
-                out += ',';
-            }
-            out += jsonString(version.featureDescriptions[d]);
-        }
-        out += "]}";
-    }
-    out += "],\"extraText\":" + jsonString(info.extraText) + "}\n";
-    return out;
 }
 
 } // namespace
 
-std::string foldedWhitespace(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
+void appendFolded(std::string& out, const std::string& text) {
     bool pendingSpace = false;
-    for (const char c : text) {
-        if (isBlank(c)) {
-            pendingSpace = !out.empty();
+    bool any = false;
+    const char* p = text.data();
+    const char* end = p + text.size();
+    while (p != end) {
+        if (isBlank(*p)) {
+            pendingSpace = any;
+            ++p;
             continue;
+        }
+        const char* run = p;
+        while (p != end && !isBlank(*p)) {
+            ++p;
         }
         if (pendingSpace) {
             out += ' ';
-            pendingSpace = false;
         }
-        out += c;
+        out.append(run, static_cast<std::size_t>(p - run));
+        any = true;
+        pendingSpace = false;
     }
-    return out;
 }
 
-std::string markdownEscaped(const std::string& text, bool startsABlock) {
+void appendMarkdownEscaped(std::string& out, const std::string& text, bool startsABlock) {
     // Acted on anywhere: emphasis, code, links and images, raw HTML and references, tables,
     // strikethrough, headings' closing marks, and the escape itself.
     static const char kInline[] = "\\`*_[]<>&!|~#";
     // Acted on at the start of a block: lists, block quotes, setext underlines.
     static const char kAtStart[] = "+-=>";
-    std::string out;
-    out.reserve(text.size() + text.size() / 8);
     std::size_t digits = 0;
     while (startsABlock && digits < text.size() && isDigit(text[digits])) {
         ++digits;
@@ -138,9 +75,9 @@ std::string markdownEscaped(const std::string& text, bool startsABlock) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         const bool orderedListMark = i == digits && digits > 0 && (c == '.' || c == ')');
-        const bool acted =
-            c != '\0' && (std::strchr(kInline, c) != nullptr ||
-                          (startsABlock && i == 0 && std::strchr(kAtStart, c) != nullptr));
+        const bool acted = c != '\0' && (std::strchr(kInline, c) != nullptr ||
+                                          (startsABlock && i == 0 &&
+                                           std::strchr(kAtStart, c) != nullptr));
         // GitHub's dialect links bare addresses: "http://..." and "www...."
         const bool linkMark = (c == ':' && text.compare(i + 1, 2, "//") == 0) ||
                               (c == '.' && i >= 3 && isWww(text, i - 3));
@@ -149,14 +86,21 @@ std::string markdownEscaped(const std::string& text, bool startsABlock) {
         }
         out += c;
     }
-    return out;
 }
 
-std::string htmlEscaped(const std::string& text) {
-    std::string out;
-    out.reserve(text.size() + text.size() / 8);
-    for (const char c : text) {
-        switch (c) {
+void appendHtmlEscaped(std::string& out, const std::string& text) {
+    const char* p = text.data();
+    const char* end = p + text.size();
+    while (p != end) {
+        const char* run = p;
+        while (p != end && *p != '&' && *p != '<' && *p != '>' && *p != '"' && *p != '\'') {
+            ++p;
+        }
+        out.append(run, static_cast<std::size_t>(p - run));
+        if (p == end) {
+            break;
+        }
+        switch (*p++) {
         case '&':
             out += "&amp;";
             break;
@@ -169,28 +113,101 @@ std::string htmlEscaped(const std::string& text) {
         case '"':
             out += "&quot;";
             break;
-        case '\'':
-            out += "&#39;";
-            break;
         default:
-            out += c;
+            out += "&#39;";
         }
     }
-    return out;
 }
 
-std::string releaseNotes(const TUpdateVersionInfo& info, NotesFormat format) {
-    switch (format) {
+std::string NotesWriter::begin() const {
+    switch (format_) {
     case NotesFormat::Json:
-        return asJson(info);
-    case NotesFormat::Markdown:
-        return asMarkdown(info);
-    case NotesFormat::Html:
-        return asHtml(info);
+        return "{\"format\":1,\"versions\":[";
     case NotesFormat::HtmlPage:
-        return asHtmlPage(info);
+        return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+               "<title>Release notes</title>\n</head>\n<body>\n";
+    default:
+        return "";
+    }
+}
+
+const std::string& NotesWriter::folded(const std::string& description) {
+    folded_.clear();
+    appendFolded(folded_, description);
+    return folded_;
+}
+
+void NotesWriter::version(const TUpdateVersion& version, std::string& out) {
+    const bool first = first_;
+    first_ = false;
+    switch (format_) {
     case NotesFormat::Text:
+        out += "Version ";
+        appendHeading(out, version);
+        out += '\n';
+        for (const std::string& description : version.featureDescriptions) {
+            out += "  - ";
+            appendFolded(out, description);
+            out += '\n';
+        }
+        break;
+    case NotesFormat::Markdown:
+        out += first ? "## " : "\n## ";
+        folded_.clear();
+        appendHeading(folded_, version);
+        appendMarkdownEscaped(out, folded_, false);
+        out += version.featureDescriptions.empty() ? "\n" : "\n\n";
+        for (const std::string& description : version.featureDescriptions) {
+            const std::string& text = folded(description);
+            out += text.empty() ? "-" : "- ";
+            appendMarkdownEscaped(out, text, true);
+            out += '\n';
+        }
+        break;
+    case NotesFormat::Html:
+    case NotesFormat::HtmlPage:
+        out += "<section class=\"version\">\n<h2>";
+        folded_.clear();
+        appendHeading(folded_, version);
+        appendHtmlEscaped(out, folded_);
+        out += "</h2>\n";
+        if (!version.featureDescriptions.empty()) {
+            out += "<ul>\n";
+            for (const std::string& description : version.featureDescriptions) {
+                out += "<li>";
+                appendHtmlEscaped(out, folded(description));
+                out += "</li>\n";
+            }
+            out += "</ul>\n";
+        }
+        out += "</section>\n";
+        break;
+    case NotesFormat::Json:
+        out += first ? "{" : ",{";
+        out += "\"number\":";
+        appendJsonString(out, version.number.data(), version.number.size());
+        out += ",\"date\":";
+        appendJsonString(out, version.date.data(), version.date.size());
+        out += ",\"featureDescriptions\":[";
+        for (std::size_t d = 0; d < version.featureDescriptions.size(); ++d) {
+            if (d != 0) {
+                out += ',';
+            }
+            const std::string& text = version.featureDescriptions[d];
+            appendJsonString(out, text.data(), text.size());
+        }
+        out += "]}";
         break;
     }
-    return asText(info);
+}
+
+std::string NotesWriter::end(const std::string& extraText) const {
+    switch (format_) {
+    case NotesFormat::Json:
+        return "],\"extraText\":" + jsonString(extraText) + "}\n";
+    case NotesFormat::HtmlPage:
+        return "</body>\n</html>\n";
+    default:
+        return "";
+    }
 }

@@ -8,21 +8,37 @@
 
 enum class NotesFormat { Text, Json, Markdown, Html, HtmlPage };
 
-// A description as every format but JSON shows it: each run of blanks and line breaks (space,
-// tab, CR, LF) one space, none at either end.
-std::string foldedWhitespace(const std::string& text);
+// Appends a description as every format but JSON shows it: each run of blanks and line breaks
+// (space, tab, CR, LF) one space, none at either end.
+void appendFolded(std::string& out, const std::string& text);
 
-// text as Markdown shows it, character for character: each character Markdown would act on
-// behind a backslash: anywhere, and where text starts a block (a list item's text, not a
+// Appends text as Markdown shows it, character for character: each character Markdown would
+// act on behind a backslash: anywhere, and where text starts a block (a list item's text, not a
 // heading's) at its start too.
-std::string markdownEscaped(const std::string& text, bool startsABlock);
+void appendMarkdownEscaped(std::string& out, const std::string& text, bool startsABlock);
 
-// text as HTML shows it: & < > " and ' as references.
-std::string htmlEscaped(const std::string& text);
+// Appends text as HTML shows it: & < > " and ' as references.
+void appendHtmlEscaped(std::string& out, const std::string& text);
 
-// The versions of info in `format`: text, a heading and a list item per description in
-// Markdown, a fragment of sections in HTML (HtmlPage: a whole page around it), and in JSON the
-// record as it is ({"format":1,...}, descriptions unfolded).
-std::string releaseNotes(const TUpdateVersionInfo& info, NotesFormat format);
+// Release notes written a version at a time, so that neither the record nor the whole text
+// is copied: begin(), then version() for each version shown, then end(). Text: "Version
+// NUMBER (DATE)" and a bullet per description; Markdown: a heading per version and a list item
+// per description; HTML: a section per version (HtmlPage: a whole page around them); JSON: the
+// record as it is ({"format":1,...}, descriptions as read).
+class NotesWriter {
+  public:
+    explicit NotesWriter(NotesFormat format) : format_(format) {}
+    std::string begin() const;
+    // Appends the version's notes to out.
+    void version(const TUpdateVersion& version, std::string& out);
+    std::string end(const std::string& extraText) const;
+
+  private:
+    const std::string& folded(const std::string& description);
+
+    NotesFormat format_;
+    bool first_ = true;
+    std::string folded_; // reused, so that a version costs no allocation of its own
+};
 
 #endif
