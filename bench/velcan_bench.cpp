@@ -333,8 +333,10 @@ void historyFormatsMeasure(bool quick) {
         return static_cast<double>(peakBytes - before);
     };
     const int rounds = quick ? 3 : 5;
-    const Pair s = interleaved(rounds, [&] { return run(since); }, [&] { return run(plain); });
-    const Pair h = interleaved(rounds, [&] { return run(html); }, [&] { return run(plain); });
+    const Pair s = interleaved(
+        rounds, [&] { return run(since); }, [&] { return run(plain); });
+    const Pair h = interleaved(
+        rounds, [&] { return run(html); }, [&] { return run(plain); });
     const double plainPeak = peakOf(plain);
     const double sincePeak = peakOf(since);
     const double htmlPeak = peakOf(html);
@@ -386,8 +388,7 @@ void versionCompareMeasure(bool quick) {
          ns(t.baseline / static_cast<double>(n)), t.measure / t.baseline);
     char name[64];
     std::snprintf(name, sizeof name, "heap bytes of %ld version comparisons", n);
-    row(name, std::to_string(allocated), "0",
-        static_cast<double>(allocated), 0.0, "B");
+    row(name, std::to_string(allocated), "0", static_cast<double>(allocated), 0.0, "B");
 }
 
 void dispatchMeasure(bool quick) {

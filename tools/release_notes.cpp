@@ -75,9 +75,9 @@ void appendMarkdownEscaped(std::string& out, const std::string& text, bool start
     for (std::size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         const bool orderedListMark = i == digits && digits > 0 && (c == '.' || c == ')');
-        const bool acted = c != '\0' && (std::strchr(kInline, c) != nullptr ||
-                                          (startsABlock && i == 0 &&
-                                           std::strchr(kAtStart, c) != nullptr));
+        const bool acted =
+            c != '\0' && (std::strchr(kInline, c) != nullptr ||
+                          (startsABlock && i == 0 && std::strchr(kAtStart, c) != nullptr));
         // GitHub's dialect links bare addresses: "http://..." and "www...."
         const bool linkMark = (c == ':' && text.compare(i + 1, 2, "//") == 0) ||
                               (c == '.' && i >= 3 && isWww(text, i - 3));
