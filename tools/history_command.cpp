@@ -8,6 +8,8 @@
 
 #include <velcan/velcan.h>
 
+#include <sys/stat.h>
+
 #if defined(_WIN32)
 #include <windows.h>
 #else
@@ -40,6 +42,21 @@ std::string sampleFile() {
     self.assign(path, n > 0 ? static_cast<size_t>(n) : 0);
 #endif
     return self.substr(0, self.find_last_of("/\\") + 1) + VELCAN_SAMPLE_RELATIVE;
+}
+
+// Whether standard input holds data (a pipe, a FIFO, a file): given no FILE, its user may
+// have meant it to be read.
+bool inputHoldsData() {
+    struct stat st;
+    if (fstat(0, &st) != 0) {
+        return false;
+    }
+#if defined(S_ISSOCK)
+    if (S_ISSOCK(st.st_mode)) {
+        return true;
+    }
+#endif
+    return S_ISFIFO(st.st_mode) || S_ISREG(st.st_mode);
 }
 
 // The reader says nothing of why a record is empty: the file's own XML error, if any, read
@@ -129,6 +146,10 @@ int historyCommand(const Arguments& args) {
     const std::string sample = path == nullptr ? sampleFile() : std::string();
     if (path == nullptr) {
         path = sample.c_str();
+        if (inputHoldsData()) {
+            reportError("history: no FILE given: showing the sample history (give - to read "
+                        "standard input)");
+        }
     }
     const std::string shown = shownName(path);
     std::string reason;

@@ -43,12 +43,14 @@ bool NamedCopy::make(std::FILE* file, const std::string& path, std::string* reas
     *reason = "only a regular file can be read here";
     return false;
 #else
-    const char* dir = std::getenv("TMPDIR");
-    std::string name =
-        std::string(dir != nullptr && *dir != '\0' ? dir : "/tmp") + "/velcan-XXXXXX";
+    const char* tmpdir = std::getenv("TMPDIR");
+    const std::string dir = tmpdir != nullptr && *tmpdir != '\0' ? tmpdir : "/tmp";
+    std::string name = dir + "/velcan-XXXXXX";
     const int fd = mkstemp(&name[0]);
     if (fd < 0) {
-        *reason = std::string("cannot make a temporary copy: ") + std::strerror(errno);
+        *reason = "cannot make a temporary copy in " + dir +
+                  (tmpdir != nullptr && *tmpdir != '\0' ? " (TMPDIR): " : ": ") +
+                  std::strerror(errno);
         return false;
     }
     path_ = name;

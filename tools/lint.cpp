@@ -259,6 +259,13 @@ class LintReader : public expatpp {
     int previousLine_ = 0;
 };
 
+// "not well-formed (EXPAT'S MESSAGE)", said once: expat's message for an invalid token says it
+// already.
+std::string notWellFormed(XML_Error code) {
+    const std::string message = XML_ErrorString(code);
+    return message.rfind("not well-formed", 0) == 0 ? message : "not well-formed (" + message + ")";
+}
+
 } // namespace
 
 bool lintHistoryFile(const std::string& given, std::vector<LintFinding>* findings,
@@ -283,7 +290,7 @@ void lintWithReader(std::FILE* file, const std::string& path, TUpdateFileParser&
         const XML_Error code = lint.XML_GetErrorCode();
         const std::string what = code == XML_ERROR_NOT_STANDALONE
                                      ? "not standalone (it refers to an external DTD)"
-                                     : std::string("not well formed: ") + XML_ErrorString(code);
+                                     : notWellFormed(code);
         found.push_back({path, lint.XML_GetCurrentLineNumber(), columnOf(lint), true,
                          what + ": the reader returns an empty history"});
     }
@@ -299,7 +306,8 @@ std::string formatFinding(const LintFinding& f) {
            f.message;
 }
 
-std::string findingsAsJson(const std::vector<LintFinding>& findings) {
+std::string findingsAsJson(const std::vector<LintFinding>& findings,
+                           const std::vector<UnreadableFile>& unreadable) {
     std::string out = "{\"format\":" + std::to_string(kLintJsonFormat) + ",\"findings\":[";
     bool first = true;
     for (const LintFinding& f : findings) {
@@ -309,6 +317,13 @@ std::string findingsAsJson(const std::vector<LintFinding>& findings) {
                ",\"column\":" + std::to_string(f.column) +
                ",\"severity\":" + (f.error ? "\"error\"" : "\"warning\"") +
                ",\"message\":" + jsonString(f.message) + "}";
+    }
+    out += "],\"unreadable\":[";
+    first = true;
+    for (const UnreadableFile& u : unreadable) {
+        out += first ? "{" : ",{";
+        first = false;
+        out += "\"file\":" + jsonString(u.file) + ",\"reason\":" + jsonString(u.reason) + "}";
     }
     return out + "]}";
 }

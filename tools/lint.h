@@ -34,9 +34,17 @@ void lintWithReader(std::FILE* file, const std::string& path, TUpdateFileParser&
 // "FILE:LINE:COLUMN: error|warning: message", as compilers write it.
 std::string formatFinding(const LintFinding& finding);
 
+// A file lint could not read, and why ("No such file or directory").
+struct UnreadableFile {
+    std::string file;
+    std::string reason;
+};
+
 // The findings as one JSON object: {"format": kLintJsonFormat, "findings": [{"file", "line",
-// "column", "severity", "message"}, ...]}. Always valid UTF-8: a byte of a file name that is
-// not UTF-8 becomes U+FFFD.
-std::string findingsAsJson(const std::vector<LintFinding>& findings);
+// "column", "severity", "message"}, ...], "unreadable": [{"file", "reason"}, ...]}, so that a
+// program reading it never takes a file it could not read for a clean one. Always valid UTF-8:
+// a byte of a file name that is not UTF-8 becomes U+FFFD.
+std::string findingsAsJson(const std::vector<LintFinding>& findings,
+                           const std::vector<UnreadableFile>& unreadable);
 
 #endif

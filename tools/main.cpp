@@ -29,7 +29,8 @@ const Command kCommands[] = {
      "4.1.0, v2.0-rc.10 or 2.1 (= 2.1.0). FORMAT: text (the default), json (as --json), markdown\n"
      "or html (a fragment; --standalone makes it a whole page). Descriptions' blanks and line\n"
      "breaks are folded into single spaces but in JSON, which keeps them as read. FILE is read\n"
-     "once; '-' is standard input. Without FILE, the sample history installed with the tool.\n"
+     "once; '-' is standard input. Without FILE, the sample history installed with the tool\n"
+     "(said on stderr when standard input is a pipe or a file, which it leaves unread).\n"
      "Exit status: 0, or 1 when the file cannot be read, is not well formed or has no versions.\n",
      historyCommand},
     {"events", "[--] FILE", "print every XML event a reader receives",
@@ -44,8 +45,8 @@ const Command kCommands[] = {
     {"lint", "[--json] [--fail-on=error] [--] FILE...",
      "say what the history reader would drop or refuse",
      "Findings go to stdout as FILE:LINE:COLUMN: error|warning: MESSAGE, or with --json as one\n"
-     "JSON object: its format version and the findings (a file name's bytes that are not UTF-8\n"
-     "become U+FFFD). '-' is standard input. Exit status: 0 when the files are clean, 1 when\n"
+     "JSON object: its format version, the findings and the files it could not read (a file\n"
+     "name's bytes that are not UTF-8 become U+FFFD). '-' is standard input. Exit status: 0 when the files are clean, 1 when\n"
      "there are findings or a file cannot be read; with --fail-on=error, warnings alone give 0.\n",
      lintCommand},
 };

@@ -53,10 +53,16 @@ run(${CMAKE_COMMAND} --build ${WORK}/cmake)
 run(${WORK}/cmake/consumer ${SAMPLE})
 message(STATUS "find_package: ${last_output}")
 
-# pkg-config
+# pkg-config, with only expat's and velcan's .pc files where it looks: a consumer needs no
+# more (ACE is the library's own business).
 file(GLOB_RECURSE pc ${prefix}/velcan.pc)
 get_filename_component(pcdir "${pc}" DIRECTORY)
+run(pkg-config --variable=pcfiledir expat)
+string(STRIP "${last_output}" expat_pcdir)
+file(REMOVE_RECURSE ${WORK}/pc-only)
+file(COPY ${expat_pcdir}/expat.pc DESTINATION ${WORK}/pc-only)
 set(ENV{PKG_CONFIG_PATH} ${pcdir})
+set(ENV{PKG_CONFIG_LIBDIR} ${WORK}/pc-only)
 run(pkg-config --cflags --libs velcan)
 string(STRIP "${last_output}" flags)
 separate_arguments(flags UNIX_COMMAND "${flags}")

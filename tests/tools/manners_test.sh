@@ -78,11 +78,37 @@ test_history_from_a_pipe_leaves_no_copy_behind() {
   [ -z "$(ls "$work")" ] || fail "left behind: $(ls "$work")"
 }
 
-history_to_a_full_device_is_an_error() { expect_write_error history "$data/../../../examples/version-history.xml"; }
-help_to_a_full_device_is_an_error() { expect_write_error --help; }
-version_to_a_full_device_is_an_error() { expect_write_error --version; }
-run_output_to_a_full_device_is_an_error() { expect_write_error run echo hi; }
-lint_to_a_full_device_is_an_error() { expect_write_error lint "$data/mismatched.xml"; }
+test_history_to_a_full_device_is_an_error() {
+  expect_write_error history "$data/../../../examples/version-history.xml"
+}
+test_help_to_a_full_device_is_an_error() {
+  expect_write_error --help
+}
+test_version_to_a_full_device_is_an_error() {
+  expect_write_error --version
+}
+test_run_output_to_a_full_device_is_an_error() {
+  expect_write_error run echo hi
+}
+test_lint_to_a_full_device_is_an_error() {
+  expect_write_error lint "$data/mismatched.xml"
+}
+
+test_history_from_a_pipe_names_a_missing_temporary_folder() {
+  local err rc=0
+  err=$(TMPDIR=$work/missing "$tool" history - <"$data/events.xml" 2>&1 >/dev/null) || rc=$?
+  [ "$rc" -eq 1 ] || fail "status $rc"
+  [ "$err" = "velcan: cannot read (standard input): cannot make a temporary copy in $work/missing (TMPDIR): No such file or directory" ] ||
+    fail "said: $err"
+}
+
+test_history_without_file_says_it_shows_the_sample_when_input_is_piped() {
+  local out err
+  err=$("$tool" history <"$data/events.xml" 2>&1 >"$work/out")
+  [ "$err" = "velcan: history: no FILE given: showing the sample history (give - to read standard input)" ] ||
+    fail "said: $err"
+  cmp -s "$work/out" "$data/sample.txt" || fail "did not print the sample"
+}
 
 test_lint_from_a_pipe_says_what_the_file_says() {
   expect_same_from_a_pipe lint "$data/lint/malformed.xml"
