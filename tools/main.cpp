@@ -46,7 +46,8 @@ const Command kCommands[] = {
      "say what the history reader would drop or refuse",
      "Findings go to stdout as FILE:LINE:COLUMN: error|warning: MESSAGE, or with --json as one\n"
      "JSON object: its format version, the findings and the files it could not read (a file\n"
-     "name's bytes that are not UTF-8 become U+FFFD). '-' is standard input. Exit status: 0 when the files are clean, 1 when\n"
+     "name's bytes that are not UTF-8 become U+FFFD). '-' is standard input. Exit status: 0 when "
+     "the files are clean, 1 when\n"
      "there are findings or a file cannot be read; with --fail-on=error, warnings alone give 0.\n",
      lintCommand},
 };
