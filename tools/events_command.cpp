@@ -148,8 +148,8 @@ int eventsCommand(const Arguments& args) {
     } else {
         // The event stream ends with the status; stderr says it as every command does.
         const int line = printer.XML_GetCurrentLineNumber();
-        const char* message = XML_ErrorString(printer.XML_GetErrorCode());
-        std::printf("status error line %d: %s\n", line, message);
+        const std::string message = xmlErrorMessage(printer.XML_GetErrorCode());
+        std::printf("status error line %d: %s\n", line, message.c_str());
         reportError(locationOf(shownName(path), printer) + ": " + message);
     }
     const bool written = finishOutput();

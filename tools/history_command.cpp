@@ -67,7 +67,7 @@ bool reportXmlError(std::FILE* file, const char* path) {
     if (velcan::history::feedAsTheReader(file, reader)) {
         return false;
     }
-    reportError(locationOf(path, reader) + ": " + XML_ErrorString(reader.XML_GetErrorCode()));
+    reportError(locationOf(path, reader) + ": " + xmlErrorMessage(reader.XML_GetErrorCode()));
     return true;
 }
 

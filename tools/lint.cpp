@@ -260,10 +260,13 @@ class LintReader : public expatpp {
 };
 
 // "not well-formed (EXPAT'S MESSAGE)", said once: expat's message for an invalid token says it
-// already.
+// already, and an encoding expat cannot read is no fault of the markup.
 std::string notWellFormed(XML_Error code) {
-    const std::string message = XML_ErrorString(code);
-    return message.rfind("not well-formed", 0) == 0 ? message : "not well-formed (" + message + ")";
+    const std::string message = xmlErrorMessage(code);
+    if (code == XML_ERROR_UNKNOWN_ENCODING || message.rfind("not well-formed", 0) == 0) {
+        return message;
+    }
+    return "not well-formed (" + message + ")";
 }
 
 } // namespace

@@ -27,6 +27,15 @@ int usageError(const std::string& message) {
     return kExitUsage;
 }
 
+std::string xmlErrorMessage(XML_Error code) {
+    std::string message = XML_ErrorString(code);
+    if (code == XML_ERROR_UNKNOWN_ENCODING) {
+        message += " (the reader reads UTF-8, UTF-16, ISO-8859-1 and US-ASCII; save the file "
+                   "as UTF-8)";
+    }
+    return message;
+}
+
 bool isOption(const char* arg) {
     return arg[0] == '-' && arg[1] != '\0';
 }

@@ -25,6 +25,9 @@ int columnOf(expatpp& reader);
 // location() of where reader's parser is in `file`.
 std::string locationOf(const std::string& file, expatpp& reader);
 
+// expat's message for an error, and for an encoding it cannot read, the ones it can.
+std::string xmlErrorMessage(XML_Error code);
+
 // Reports a usage error, with a pointer to --help, and returns kExitUsage.
 int usageError(const std::string& message);
 

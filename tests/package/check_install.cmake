@@ -71,3 +71,18 @@ get_filename_component(libdir "${pcdir}" DIRECTORY)
 set(ENV{LD_LIBRARY_PATH} ${libdir})
 run(${WORK}/pkgconfig-consumer ${SAMPLE})
 message(STATUS "pkg-config: ${last_output}")
+
+# A component velcan does not have is named in the error.
+file(MAKE_DIRECTORY ${WORK}/component)
+file(WRITE ${WORK}/component/CMakeLists.txt "cmake_minimum_required(VERSION 3.16)
+project(component LANGUAGES CXX)
+find_package(velcan CONFIG REQUIRED COMPONENTS frobnicate)
+")
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${WORK}/component -B ${WORK}/component/build
+                        -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${CXX}
+                RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+string(REGEX REPLACE "[ \n]+" " " said "${err}")
+if(rc EQUAL 0 OR NOT said MATCHES "velcan has no component frobnicate")
+  message(FATAL_ERROR "an unknown component was not named (${rc}):\n${out}\n${err}")
+endif()
+message(STATUS "find_package with an unknown component: named")

@@ -2,6 +2,9 @@
 // These tests copy readers on purpose, to show what a copy does.
 #define VELCAN_ALLOW_EXPATPP_COPY
 
+#include <stdexcept>
+#include <string>
+
 #include <gtest/gtest.h>
 
 #include "overwriting_assignment.h"
@@ -28,6 +31,33 @@ TEST(ExpatppClass, HandleConversionAllowsCallingExpatDirectly) {
     expatpp reader;
     ASSERT_NE(reader.XML_Parse("<a>\n  <b/>", 10, 0), 0);
     EXPECT_EQ(XML_GetCurrentColumnNumber(static_cast<XML_Parser>(static_cast<void*>(reader))), 6u);
+}
+
+// What the header advises for an event that fails: catch inside it, keep why, stop the parse.
+class StoppingReader : public expatpp {
+  public:
+    std::string failure;
+    int elements = 0;
+    void startElement(const char* name, const char**) override {
+        ++elements;
+        try {
+            if (std::string(name) == "bad") {
+                throw std::runtime_error("a bad element");
+            }
+        } catch (const std::exception& e) {
+            failure = e.what();
+            XML_StopParser(static_cast<XML_Parser>(static_cast<void*>(*this)), XML_FALSE);
+        }
+    }
+};
+
+TEST(ExpatppClass, EventThatCatchesItsFailureAndStopsTheParserEndsTheParseAborted) {
+    StoppingReader reader;
+    const std::string doc = "<a><bad/><c/><d/></a>";
+    EXPECT_EQ(reader.XML_Parse(doc.data(), static_cast<int>(doc.size()), 1), 0);
+    EXPECT_EQ(reader.XML_GetErrorCode(), XML_ERROR_ABORTED);
+    EXPECT_EQ(reader.failure, "a bad element");
+    EXPECT_EQ(reader.elements, 2); // no event after the stop
 }
 
 TEST(ExpatppClass, EventsThatAreNotOverriddenDoNothing) {

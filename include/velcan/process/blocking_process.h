@@ -57,9 +57,10 @@ class VELCAN_API IBlockingProcessObserver {
 // Returns 127 with errno set, calling no observer operation, when the command is
 // refused or cannot be run: an empty or blank line, or a program that is not found
 // (ENOENT); a program that may not be executed (EACCES); a line longer than 1023
-// characters, or with more than 127 arguments (E2BIG); a percent sign that is not half of
-// "%%" (EINVAL); no pipe, null device or process to be had (EMFILE, ENFILE, EAGAIN, ENOMEM);
-// and on POSIX systems any error of the child's exec (a missing "#!" interpreter: ENOENT;
+// characters, or of more than 127 words, the program's included (so at most 126 arguments)
+// (E2BIG); a percent sign that is not half of "%%" (EINVAL); no pipe, null device or process
+// to be had (EMFILE, ENFILE, EAGAIN, ENOMEM); and on POSIX systems any error of the child's
+// exec (a missing "#!" interpreter: ENOENT;
 // ETXTBSY, E2BIG, ELOOP, ...). A file without "#!" that is not a binary runs through
 // /bin/sh, as execvp does. On Windows a program that is not where CreateProcess looks
 // gives ENOENT, a folder EACCES, and a file found that CreateProcess cannot start ENOEXEC.

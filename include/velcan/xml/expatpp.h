@@ -8,6 +8,13 @@
 // Texts handed to the events are expat's own buffers: they are valid only during the call.
 // Copy what you keep. charData() and defaultHandler() texts are not NUL-terminated; exactly
 // len bytes are valid.
+//
+// An event must not let an exception out of it: the exception would cross expat's C code,
+// which cannot pass it on (undefined behaviour: the process may end, or the parser be left
+// broken). Catch it inside the event, keep what went wrong in the reader, and stop the parse:
+//   XML_StopParser(static_cast<XML_Parser>(static_cast<void*>(*this)), XML_FALSE);
+// XML_Parse() then returns 0, XML_GetErrorCode() gives XML_ERROR_ABORTED and no further event
+// comes; the reader's own record says why.
 #ifndef VELCAN_XML_EXPATPP_H
 #define VELCAN_XML_EXPATPP_H
 
