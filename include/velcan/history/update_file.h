@@ -28,11 +28,12 @@ struct TUpdateVersionInfo {
 
 // Reads the version-history file at path (opened in text mode, fed to expat in 1024-byte
 // pieces). The file's encoding is one expat reads itself: UTF-8 (the default), UTF-16,
-// ISO-8859-1 or US-ASCII; any other declared encoding (windows-1252, say) reads as malformed. Returns an empty record, never throwing, when the file cannot be opened or its XML
-// is malformed, empty or not standalone; the three cannot be told apart. After malformed XML
-// the file is left open: it is closed only when the reading succeeds, so each failed call
-// costs the process one descriptor until it ends. Check a file of unknown quality once before
-// reading it, and do not retry one that read as empty in a loop.
+// ISO-8859-1 or US-ASCII; any other declared encoding (windows-1252, say) reads as malformed.
+// Returns an empty record, never throwing, when the file cannot be opened or its XML is malformed,
+// empty or not standalone; the three cannot be told apart. After malformed XML the file is left
+// open: it is closed only when the reading succeeds, so each failed call costs the process one
+// descriptor until it ends. Check a file of unknown quality once before reading it, and do not
+// retry one that read as empty in a loop.
 VELCAN_API TUpdateVersionInfo VelcanParseUpdateFile(const char* path);
 
 #endif
