@@ -38,4 +38,10 @@ if(VELCAN_BUILD_TOOLS)
   configure_file(docs/velcan.1.in ${PROJECT_BINARY_DIR}/velcan.1 @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/velcan.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
     COMPONENT tool)
+  # The documentation the manual page's SEE ALSO names, and bash's completion of the tool.
+  install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool)
+  install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT tool
+    FILES_MATCHING PATTERN "*.md")
+  install(FILES tools/velcan.bash-completion DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME velcan COMPONENT tool)
 endif()

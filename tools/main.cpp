@@ -40,15 +40,16 @@ const Command kCommands[] = {
     {"run", "[--] COMMAND [ARG...]", "run a command, streaming its output",
      "Takes each ARG literally (no shell) and exits with the command's status: 128 plus the\n"
      "signal number when a signal ended it, 127 when it could not be run. A line over the\n"
-     "runner's limits is a usage error (2). TERM, INT or HUP sent to velcan end the command too.\n",
+     "runner's limits (1023 characters, 127 words) is a usage error (2). TERM, INT or HUP\n"
+     "sent to velcan end the command too.\n",
      runCommand},
     {"lint", "[--json] [--fail-on=error] [--] FILE...",
      "say what the history reader would drop or refuse",
      "Findings go to stdout as FILE:LINE:COLUMN: error|warning: MESSAGE, or with --json as one\n"
      "JSON object: its format version, the findings and the files it could not read (a file\n"
-     "name's bytes that are not UTF-8 become U+FFFD). '-' is standard input. Exit status: 0 when "
-     "the files are clean, 1 when\n"
-     "there are findings or a file cannot be read; with --fail-on=error, warnings alone give 0.\n",
+     "name's bytes that are not UTF-8 become U+FFFD). '-' is standard input. Exit status: 0\n"
+     "when the files are clean, 1 when there are findings or a file cannot be read; with\n"
+     "--fail-on=error, warnings alone give 0.\n",
      lintCommand},
 };
 

@@ -36,9 +36,12 @@ endif()
 # The installed tool reads the sample installed beside it, wherever the prefix is: a
 # history put in its place is what `velcan history` prints.
 if(EXISTS ${prefix}/bin/velcan)
-  if(NOT EXISTS ${prefix}/share/man/man1/velcan.1)
-    message(FATAL_ERROR "the tool's manual page is not installed")
-  endif()
+  foreach(f share/man/man1/velcan.1 share/doc/velcan/README.md share/doc/velcan/docs/tool.md
+            share/bash-completion/completions/velcan)
+    if(NOT EXISTS ${prefix}/${f})
+      message(FATAL_ERROR "the tool's ${f} is not installed")
+    endif()
+  endforeach()
   file(WRITE ${prefix}/share/velcan/version-history.xml
        "<h><Version number=\"9.9.9\" date=\"installed\"/></h>\n")
   run(${prefix}/bin/velcan history)

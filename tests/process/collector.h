@@ -111,6 +111,17 @@ inline std::string helperProgram(const char* name) {
 #endif
 }
 
+// Whether the program runs under Wine (whose ntdll has wine_get_version), for the few of Wine's
+// own failures a test must tell from the runner's.
+inline bool runsUnderWine() {
+#if defined(_WIN32)
+    const HMODULE ntdll = GetModuleHandleA("ntdll.dll");
+    return ntdll != nullptr && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+#else
+    return false;
+#endif
+}
+
 // Ends a process at once.
 inline void killProcess(long pid) {
 #if defined(_WIN32)

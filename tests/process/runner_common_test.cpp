@@ -6,6 +6,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -215,14 +216,26 @@ TEST(Runner, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
     }
     // Each short run that did not give {0, "short"}: its number, code, errno and output.
     std::string unexpectedRuns;
+    int wineStartFailures = 0;
     int shortRunsMade = 0;
     int returnedWhileLongChildrenLived = 0;
     std::thread shortRuns([&] {
         for (int i = 0; allStarted && i < 30; ++i) {
             Collector out;
             errno = 0;
-            const int code = LaunchBlockingProcess(child("out short").c_str(), &out);
-            const int error = errno;
+            int code = LaunchBlockingProcess(child("out short").c_str(), &out);
+            int error = errno;
+            // Wine's CreateProcess fails now and then with ERROR_INTERNAL_ERROR (1359; seen
+            // about once in 4,500 spawns, on warm prefixes too), which the runner reports as
+            // it must: 127, ENOEXEC, no output. Under Wine alone such a run is made again.
+            for (int again = 0; again < 2 && runsUnderWine() && code == 127 && error == ENOEXEC &&
+                                out.bufferCalls + out.pieces == 0;
+                 ++again) {
+                ++wineStartFailures;
+                errno = 0;
+                code = LaunchBlockingProcess(child("out short").c_str(), &out);
+                error = errno;
+            }
             ++shortRunsMade;
             returnedWhileLongChildrenLived += longChildrenKilled ? 0 : 1;
             if (!(Result{code, out.output} == Result{0, "short"})) {
@@ -256,6 +269,9 @@ TEST(Runner, ShortRunsEndWhileLongChildrenOfOtherThreadsStillRun) {
         << "a short run came back only once the long children were killed: one of them held "
            "its output open";
     EXPECT_EQ(shortRunsMade, 30);
+    if (wineStartFailures > 0) {
+        std::printf("Wine could not start %d short run(s) at first\n", wineStartFailures);
+    }
     EXPECT_EQ(unexpectedRuns, "") << "short runs that did not give {code 0, output \"short\"}";
 }
 
