@@ -38,28 +38,98 @@ void appendHeading(std::string& out, const TUpdateVersion& version) {
 
 } // namespace
 
-void appendFolded(std::string& out, const std::string& text) {
-    bool pendingSpace = false;
-    bool any = false;
+namespace {
+
+// The characters HTML would read as markup, and what stands for each.
+const char* htmlReference(char c) {
+    switch (c) {
+    case '&':
+        return "&amp;";
+    case '<':
+        return "&lt;";
+    case '>':
+        return "&gt;";
+    case '"':
+        return "&quot;";
+    case '\'':
+        return "&#39;";
+    default:
+        return nullptr;
+    }
+}
+
+void appendHtmlEscapedRun(std::string& out, const char* p, std::size_t length) {
+    const char* end = p + length;
+    while (p != end) {
+        const char* run = p;
+        while (p != end && htmlReference(*p) == nullptr) {
+            ++p;
+        }
+        out.append(run, static_cast<std::size_t>(p - run));
+        if (p != end) {
+            out += htmlReference(*p++);
+        }
+    }
+}
+
+} // namespace
+
+namespace {
+
+// What each byte is to the folding: other text, a blank (space, tab, CR, LF), or a character
+// HTML reads as markup.
+enum ByteKind : unsigned char { kOther, kBlank, kHtmlSpecial };
+
+struct ByteKinds {
+    ByteKind kind[256];
+    ByteKinds() {
+        for (int c = 0; c < 256; ++c) {
+            kind[c] = isBlank(static_cast<char>(c))                    ? kBlank
+                      : htmlReference(static_cast<char>(c)) != nullptr ? kHtmlSpecial
+                                                                       : kOther;
+        }
+    }
+};
+
+// Folds text into out in one pass, escaping for HTML when asked.
+void appendFoldedText(std::string& out, const std::string& text, bool html) {
+    static const ByteKinds kinds;
     const char* p = text.data();
     const char* end = p + text.size();
+    while (p != end && isBlank(*p)) {
+        ++p;
+    }
+    const char* run = p;
     while (p != end) {
-        if (isBlank(*p)) {
-            pendingSpace = any;
+        const ByteKind k = kinds.kind[static_cast<unsigned char>(*p)];
+        if (k == kOther || (k == kHtmlSpecial && !html)) {
             ++p;
             continue;
         }
-        const char* run = p;
-        while (p != end && !isBlank(*p)) {
-            ++p;
-        }
-        if (pendingSpace) {
-            out += ' ';
-        }
         out.append(run, static_cast<std::size_t>(p - run));
-        any = true;
-        pendingSpace = false;
+        if (k == kHtmlSpecial) {
+            out += htmlReference(*p++);
+        } else {
+            while (p != end && isBlank(*p)) {
+                ++p;
+            }
+            if (p != end) {
+                out += ' ';
+            }
+        }
+        run = p;
     }
+    out.append(run, static_cast<std::size_t>(p - run));
+}
+
+} // namespace
+
+void appendFolded(std::string& out, const std::string& text) {
+    appendFoldedText(out, text, false);
+}
+
+void appendFoldedHtmlEscaped(std::string& out, const std::string& text) {
+    appendFoldedText(out, text, true);
 }
 
 void appendMarkdownEscaped(std::string& out, const std::string& text, bool startsABlock) {
@@ -89,34 +159,7 @@ void appendMarkdownEscaped(std::string& out, const std::string& text, bool start
 }
 
 void appendHtmlEscaped(std::string& out, const std::string& text) {
-    const char* p = text.data();
-    const char* end = p + text.size();
-    while (p != end) {
-        const char* run = p;
-        while (p != end && *p != '&' && *p != '<' && *p != '>' && *p != '"' && *p != '\'') {
-            ++p;
-        }
-        out.append(run, static_cast<std::size_t>(p - run));
-        if (p == end) {
-            break;
-        }
-        switch (*p++) {
-        case '&':
-            out += "&amp;";
-            break;
-        case '<':
-            out += "&lt;";
-            break;
-        case '>':
-            out += "&gt;";
-            break;
-        case '"':
-            out += "&quot;";
-            break;
-        default:
-            out += "&#39;";
-        }
-    }
+    appendHtmlEscapedRun(out, text.data(), text.size());
 }
 
 std::string NotesWriter::begin() const {
@@ -175,7 +218,7 @@ void NotesWriter::version(const TUpdateVersion& version, std::string& out) {
             out += "<ul>\n";
             for (const std::string& description : version.featureDescriptions) {
                 out += "<li>";
-                appendHtmlEscaped(out, folded(description));
+                appendFoldedHtmlEscaped(out, description);
                 out += "</li>\n";
             }
             out += "</ul>\n";

@@ -20,6 +20,9 @@ void appendMarkdownEscaped(std::string& out, const std::string& text, bool start
 // Appends text as HTML shows it: & < > " and ' as references.
 void appendHtmlEscaped(std::string& out, const std::string& text);
 
+// appendFolded() and appendHtmlEscaped() in one pass.
+void appendFoldedHtmlEscaped(std::string& out, const std::string& text);
+
 // Release notes written a version at a time, so that neither the record nor the whole text
 // is copied: begin(), then version() for each version shown, then end(). Text: "Version
 // NUMBER (DATE)" and a bullet per description; Markdown: a heading per version and a list item
