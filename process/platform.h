@@ -59,6 +59,13 @@ class Child {
     std::unique_ptr<State> state_;
 };
 
+#if !defined(_WIN32)
+// Moves a descriptor that landed on 0, 1 or 2 (the caller has them closed) above 2, so it
+// cannot be mistaken for one of a child's standard handles, keeping close-on-exec. Returns the
+// descriptor, or -1 with errno set (the one given is closed then).
+int aboveStandardHandles(int fd);
+#endif
+
 #if defined(_WIN32)
 // The errno value for a Windows error code: 3, 8, 32 and 80 become ENOENT, ENOMEM, EACCES
 // and EEXIST; any other code is kept as it is.

@@ -26,10 +26,6 @@
 namespace velcan {
 namespace platform {
 
-namespace {
-
-// Moves a descriptor that landed on 0, 1 or 2 (the caller has them closed) above 2, so it
-// cannot be mistaken for one of the child's standard handles. Keeps close-on-exec.
 int aboveStandardHandles(int fd) {
     if (fd < 0 || fd > 2) {
         return fd;
@@ -40,6 +36,8 @@ int aboveStandardHandles(int fd) {
     errno = saved;
     return moved;
 }
+
+namespace {
 
 // Marks every descriptor above 2 close-on-exec by listing /proc/self/fd with getdents64,
 // which does not allocate, so it is safe in a child forked from a threaded caller. For

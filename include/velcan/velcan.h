@@ -15,5 +15,6 @@
 #include "history/update_file.h"
 #include "history/version_number.h"
 #include "process/blocking_process.h"
+#include "process/command.h"
 
 #endif

@@ -16,7 +16,7 @@ endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 foreach(f include/velcan/velcan.h include/velcan/xml/expatpp.h include/velcan/history/update_file.h
-         include/velcan/process/blocking_process.h)
+         include/velcan/process/blocking_process.h include/velcan/process/command.h)
   if(NOT EXISTS ${prefix}/${f})
     message(FATAL_ERROR "not installed: ${f}")
   endif()

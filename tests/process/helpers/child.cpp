@@ -15,6 +15,12 @@
 //                        the exception's code, 0xC0000005, and no debugger is asked in)
 //   raise CODE           end by raising the exception CODE (hexadecimal), unhandled (Windows;
 //                        elsewhere as crash)
+//   cat                  copy standard input to standard output as it comes
+//   cwd                  print the current folder and a line end
+//   env NAME             print NAME's value and a line end, or "(unset)"
+//   grandchild MS        start a copy of this program that prints its process id, then sleeps
+//                        MS; it inherits the standard handles and is not waited for
+//   ignore-term          ignore SIGTERM from here on (POSIX; nothing elsewhere)
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -27,8 +33,11 @@
 #include <io.h>
 #include <windows.h>
 #else
+#include <csignal>
 #include <dirent.h>
+#include <spawn.h>
 #include <unistd.h>
+extern char** environ;
 #endif
 
 namespace {
@@ -126,6 +135,68 @@ void crash() {
 #endif
 }
 
+std::string currentFolder() {
+#if defined(_WIN32)
+    wchar_t wide[32768];
+    const DWORD n = GetCurrentDirectoryW(32768, wide);
+    char utf8[4 * 32768];
+    const int m = WideCharToMultiByte(CP_UTF8, 0, wide, static_cast<int>(n), utf8, sizeof utf8,
+                                      nullptr, nullptr);
+    return std::string(utf8, static_cast<std::size_t>(m));
+#else
+    char folder[4096];
+    return getcwd(folder, sizeof folder) != nullptr ? folder : "?";
+#endif
+}
+
+std::string variable(const char* name) {
+#if defined(_WIN32)
+    wchar_t wideName[1024];
+    MultiByteToWideChar(CP_UTF8, 0, name, -1, wideName, 1024);
+    wchar_t wide[32768];
+    const DWORD n = GetEnvironmentVariableW(wideName, wide, 32768);
+    if (n == 0 && GetLastError() == ERROR_ENVVAR_NOT_FOUND) {
+        return "(unset)";
+    }
+    char utf8[4 * 32768];
+    const int m = WideCharToMultiByte(CP_UTF8, 0, wide, static_cast<int>(n), utf8, sizeof utf8,
+                                      nullptr, nullptr);
+    return std::string(utf8, static_cast<std::size_t>(m));
+#else
+    const char* value = std::getenv(name);
+    return value != nullptr ? value : "(unset)";
+#endif
+}
+
+void startGrandchild(const char* self, const char* sleep) {
+#if defined(_WIN32)
+    (void)self;
+    wchar_t program[MAX_PATH + 1];
+    GetModuleFileNameW(nullptr, program, MAX_PATH + 1);
+    std::wstring line = L"\"" + std::wstring(program) + L"\" pid sleep ";
+    for (const char* p = sleep; *p != '\0'; ++p) {
+        line += static_cast<wchar_t>(*p);
+    }
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    startup.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);
+    startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+    PROCESS_INFORMATION info;
+    if (CreateProcessW(program, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                       &info)) {
+        CloseHandle(info.hThread);
+        CloseHandle(info.hProcess);
+    }
+#else
+    char* const args[] = {const_cast<char*>(self), const_cast<char*>("pid"),
+                          const_cast<char*>("sleep"), const_cast<char*>(sleep), nullptr};
+    pid_t pid;
+    posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, args, environ);
+#endif
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -179,6 +250,25 @@ int main(int argc, char** argv) {
             for (++i; i < argc; ++i) {
                 write(stdout, std::string("[") + argv[i] + "]");
             }
+        } else if (action == "cat") {
+            char buffer[4096];
+            std::size_t n;
+            while ((n = std::fread(buffer, 1, sizeof buffer, stdin)) > 0) {
+                std::fwrite(buffer, 1, n, stdout);
+                std::fflush(stdout);
+            }
+        } else if (action == "cwd") {
+            write(stdout, currentFolder() + "\n");
+        } else if (action == "env") {
+            write(stdout, variable(value) + "\n");
+            ++i;
+        } else if (action == "grandchild") {
+            startGrandchild(argv[0], value);
+            ++i;
+        } else if (action == "ignore-term") {
+#if !defined(_WIN32)
+            std::signal(SIGTERM, SIG_IGN);
+#endif
         } else if (action == "exit") {
             return std::atoi(value);
         } else if (action == "crash") {

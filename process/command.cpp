@@ -1,0 +1,193 @@
+// VelcanCommand's setters and the steps of a run that no system changes.
+#include "velcan/process/command.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+
+#include "process/command_line.h"
+#include "process/command_state.h"
+
+VelcanCommand::VelcanCommand() : state_(new VelcanCommandState) {}
+
+VelcanCommand::~VelcanCommand() {
+    delete state_;
+}
+
+void VelcanCommand::SetArguments(const char* const* arguments) {
+    state_->arguments.clear();
+    for (const char* const* a = arguments; a != nullptr && *a != nullptr; ++a) {
+        state_->arguments.emplace_back(*a);
+    }
+    state_->haveArguments = true;
+    state_->haveLine = false;
+}
+
+void VelcanCommand::SetCommandLine(const char* commandLine) {
+    state_->line = commandLine != nullptr ? commandLine : "";
+    state_->haveLine = commandLine != nullptr;
+    state_->haveArguments = false;
+}
+
+void VelcanCommand::SetWorkingDirectory(const char* folder) {
+    state_->haveFolder = folder != nullptr;
+    state_->folder = folder != nullptr ? folder : "";
+}
+
+void VelcanCommand::SetEnvironmentVariable(const char* name, const char* value) {
+    state_->environment.push_back({name != nullptr ? name : "", value != nullptr ? value : "", true});
+}
+
+void VelcanCommand::UnsetEnvironmentVariable(const char* name) {
+    state_->environment.push_back({name != nullptr ? name : "", "", false});
+}
+
+void VelcanCommand::SetTimeLimit(double seconds) {
+    state_->timeLimit = seconds;
+}
+
+void VelcanCommand::SetGracePeriod(double seconds) {
+    state_->gracePeriod = seconds;
+}
+
+void VelcanCommand::SetCancel(VelcanCancel* cancel) {
+    state_->cancel = cancel;
+}
+
+void VelcanCommand::SetInput(const void* bytes, std::size_t size) {
+    state_->input = VelcanCommandState::Input::Bytes;
+    state_->inputBytes = static_cast<const char*>(bytes);
+    state_->inputSize = bytes != nullptr ? size : 0;
+}
+
+void VelcanCommand::SetInputFile(const char* path) {
+    state_->input = path != nullptr ? VelcanCommandState::Input::File : VelcanCommandState::Input::NullDevice;
+    state_->inputFile = path != nullptr ? path : "";
+}
+
+void VelcanCommand::InheritInput() {
+    state_->input = VelcanCommandState::Input::Inherited;
+}
+
+void VelcanCommand::SetOutputObserver(IBlockingProcessObserver* observer) {
+    state_->output = observer;
+}
+
+void VelcanCommand::SetErrorObserver(IBlockingProcessObserver* observer) {
+    state_->errors = observer;
+}
+
+void VelcanCommand::SetEndOthersWithChild(bool end) {
+    state_->endOthersWithChild = end;
+}
+
+namespace velcan {
+
+VelcanRunResult notRun(VelcanRunEnd end, int error, long systemError) {
+    VelcanRunResult result;
+    result.end = end;
+    result.code = 0;
+    result.error = error;
+    result.systemError = systemError;
+    return result;
+}
+
+namespace {
+
+bool sameName(const std::string& a, const char* b, std::size_t bLength, bool foldCase) {
+    if (a.size() != bLength) {
+        return false;
+    }
+    for (std::size_t i = 0; i < bLength; ++i) {
+        const unsigned char x = static_cast<unsigned char>(a[i]);
+        const unsigned char y = static_cast<unsigned char>(b[i]);
+        if (x != y && !(foldCase && std::tolower(x) == std::tolower(y) && x < 128)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+int checkCommand(const VelcanCommandState& command, std::vector<std::string>* argv) {
+    for (const VelcanCommandState::Change& change : command.environment) {
+        if (change.name.empty() || change.name.find('=') != std::string::npos) {
+            return EINVAL;
+        }
+    }
+    if (command.haveLine) {
+        CommandLine parsed;
+        if (int refusal = parseCommandLine(command.line.c_str(), &parsed)) {
+            return refusal;
+        }
+        argv->assign(parsed.arguments, parsed.arguments + parsed.argumentCount);
+        return 0;
+    }
+    if (!command.haveArguments || command.arguments.empty() || command.arguments[0].empty()) {
+        return EINVAL;
+    }
+    *argv = command.arguments;
+    return 0;
+}
+
+std::vector<std::string> childEnvironment(const std::vector<std::string>& inherited,
+                                          const std::vector<VelcanCommandState::Change>& changes,
+                                          bool foldCase) {
+    std::vector<std::string> result;
+    result.reserve(inherited.size() + changes.size());
+    // A name's last change decides; a name changed keeps its inherited place when still set.
+    auto lastChange = [&](const char* name, std::size_t length) -> const VelcanCommandState::Change* {
+        for (auto c = changes.rbegin(); c != changes.rend(); ++c) {
+            if (sameName(c->name, name, length, foldCase)) {
+                return &*c;
+            }
+        }
+        return nullptr;
+    };
+    std::vector<bool> placed(changes.size(), false);
+    for (const std::string& entry : inherited) {
+        // Windows keeps per-drive folders as "=C:=C:\\...": a name cannot be empty, so the
+        // '=' looked for is the first after the first character.
+        const std::size_t equals = entry.find('=', entry.empty() ? 0 : 1);
+        const std::size_t length = equals == std::string::npos ? entry.size() : equals;
+        const VelcanCommandState::Change* change = lastChange(entry.data(), length);
+        if (change == nullptr) {
+            result.push_back(entry);
+            continue;
+        }
+        for (std::size_t i = 0; i < changes.size(); ++i) {
+            placed[i] = placed[i] || sameName(changes[i].name, entry.data(), length, foldCase);
+        }
+        if (change->valueSet) {
+            result.push_back(entry.substr(0, length) + "=" + change->value);
+        }
+    }
+    // Names the caller did not have, in the order first given, each with its last change.
+    for (std::size_t i = 0; i < changes.size(); ++i) {
+        if (placed[i]) {
+            continue;
+        }
+        const VelcanCommandState::Change* change =
+            lastChange(changes[i].name.data(), changes[i].name.size());
+        for (std::size_t j = i; j < changes.size(); ++j) {
+            placed[j] = placed[j] || sameName(changes[j].name, changes[i].name.data(),
+                                              changes[i].name.size(), foldCase);
+        }
+        if (change->valueSet) {
+            result.push_back(change->name + "=" + change->value);
+        }
+    }
+    return result;
+}
+
+long long millisecondsOf(double seconds) {
+    if (!(seconds > 0)) {
+        return 0;
+    }
+    const double ms = std::ceil(seconds * 1000.0);
+    return ms > 9e18 ? static_cast<long long>(9e18) : static_cast<long long>(ms);
+}
+
+} // namespace velcan
