@@ -37,11 +37,19 @@ const Command kCommands[] = {
      "'-' is standard input. Exit status: 0, or 1 when the file cannot be read or is not well\n"
      "formed.\n",
      eventsCommand},
-    {"run", "[--] COMMAND [ARG...]", "run a command, streaming its output",
-     "Takes each ARG literally (no shell) and exits with the command's status: 128 plus the\n"
-     "signal number when a signal ended it, 127 when it could not be run. A line over the\n"
-     "runner's limits (1023 characters, 127 words) is a usage error (2). TERM, INT or HUP\n"
-     "sent to velcan end the command too.\n",
+    {"run", "[OPTION...] [--] COMMAND [ARG...]", "run a command, streaming its output",
+     "Takes each ARG literally (no shell). Options, before COMMAND:\n"
+     "  --timeout=SECONDS    end the command and all it started after SECONDS (such as 10 or\n"
+     "                       0.5; 0: no limit): SIGTERM, then SIGKILL 1 s later\n"
+     "  --cwd=DIR            run it in DIR\n"
+     "  --env=NAME=VALUE     set a variable (repeatable)\n"
+     "  --unset-env=NAME     remove a variable (repeatable)\n"
+     "  --input=FILE         its standard input ('-': velcan's own; by default none)\n"
+     "Exit status: the command's own; 124 when the time limit ended it, 125 when velcan\n"
+     "itself failed (usage included), 126 when COMMAND was found but cannot be run, 127 when\n"
+     "it was not found, 128 plus N when signal N ended it. TERM, INT, HUP, QUIT, USR1, USR2\n"
+     "or ALRM sent to velcan, or its output closed, end the command and all it started\n"
+     "first; velcan then ends by that signal.\n",
      runCommand},
     {"lint", "[--json] [--fail-on=error] [--] FILE...",
      "say what the history reader would drop or refuse",

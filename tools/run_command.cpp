@@ -1,12 +1,19 @@
-// velcan run: a command through LaunchBlockingProcess, its output streamed to stdout.
+// velcan run: a command through VelcanCommand, its output streamed to stdout; statuses as
+// timeout(1) and env(1) give them.
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include <fcntl.h>
+#if defined(_WIN32)
+#include <io.h>
+#else
 #include <unistd.h>
+#endif
 
 #include <velcan/velcan.h>
 
@@ -17,68 +24,34 @@
 
 namespace {
 
-#if !defined(_WIN32)
-// A signal that ends velcan run (TERM, INT, HUP) ends the command it runs too: it is passed
-// on to the child, and once the child has ended velcan ends by the same signal. The runner
-// does not say the child's pid; it is velcan's only child, found once it exists.
-volatile sig_atomic_t child = 0;
+// The statuses of velcan run, as timeout(1) and env(1) have them.
+const int kTimedOut = 124;
+const int kOwnFailure = 125;
+const int kCannotRun = 126;
+const int kNotFound = 127;
+
+// Every run's cancel: a signal that would end velcan ends the command's whole tree first.
+VelcanCancel* theCancel = nullptr;
 volatile sig_atomic_t pendingSignal = 0;
-const int kForwarded[] = {SIGTERM, SIGINT, SIGHUP};
 
-// The kernel's list of velcan's children (the main thread's), named before any signal comes.
-char childrenList[64];
+#if !defined(_WIN32)
+const int kEnding[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGPIPE};
 
-// velcan's one child, read from that list with calls a signal handler may make; 0 when none.
-pid_t onlyChild() {
-    const int fd = open(childrenList, O_RDONLY);
-    if (fd < 0) {
-        return 0;
-    }
-    char text[32];
-    const ssize_t n = read(fd, text, sizeof text - 1);
-    close(fd);
-    pid_t pid = 0;
-    for (ssize_t i = 0; i < n && text[i] >= '0' && text[i] <= '9'; ++i) {
-        pid = pid * 10 + (text[i] - '0');
-    }
-    return pid;
-}
-
-// The output may not start before the child ends (the runner waits for it first), so the
-// child is looked up here, when the signal comes.
-void forwardSignal(int signal) {
+void cancelTheRun(int signal) {
     pendingSignal = signal;
-    if (child == 0) {
-        child = onlyChild();
-    }
-    if (child > 0) {
-        kill(static_cast<pid_t>(child), signal);
-    }
+    theCancel->Cancel();
 }
 
-void forwardSignalsToTheChild() {
-    std::snprintf(childrenList, sizeof childrenList, "/proc/self/task/%ld/children",
-                  static_cast<long>(getpid()));
+void endTheCommandOnSignals() {
     struct sigaction action = {};
-    action.sa_handler = forwardSignal;
-    action.sa_flags = SA_RESTART; // the runner's reads go on
+    action.sa_handler = cancelTheRun;
+    action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (int signal : kForwarded) {
+    for (int signal : kEnding) {
         // One ignored when velcan started (a background job's INT) stays ignored, as in a shell.
         struct sigaction before = {};
         if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
             sigaction(signal, &action, nullptr);
-        }
-    }
-}
-
-// Called as the output comes: a signal that came before the child could be found (before it
-// was started) is passed on now. Nothing is looked up while no signal has come.
-void passOnAnEarlySignal() {
-    if (pendingSignal != 0 && child == 0) {
-        child = onlyChild();
-        if (child > 0) {
-            kill(static_cast<pid_t>(child), pendingSignal);
         }
     }
 }
@@ -90,29 +63,36 @@ void endByTheSignalReceived() {
         std::raise(pendingSignal);
     }
 }
+
+ssize_t writeSome(const char* bytes, std::size_t size) {
+    return write(STDOUT_FILENO, bytes, size);
+}
 #else
-void forwardSignalsToTheChild() {} // Ctrl+C reaches every program of the console already
-void passOnAnEarlySignal() {}
+// Ctrl+C and a closed console end velcan, and the job its command runs in ends with it.
+void endTheCommandOnSignals() {}
 void endByTheSignalReceived() {}
+
+long writeSome(const char* bytes, std::size_t size) {
+    return _write(1, bytes, static_cast<unsigned>(size));
+}
 #endif
 
-// Writes each piece to stdout as it arrives, reusing one buffer.
+// Writes each piece to stdout as it arrives, reusing one buffer. Once stdout fails (a full
+// device, a closed pipe), the run is cancelled: nothing would see its output.
 class StdoutRelay : public IBlockingProcessObserver {
   public:
     void GetOutputBuffer(char** buffer, int* capacity) override {
-        passOnAnEarlySignal();
         *buffer = buffer_;
         *capacity = sizeof buffer_;
     }
     void OutputReceived(int count) override {
-        for (int done = 0; done < count && !failed_;) {
-            const ssize_t n =
-                write(STDOUT_FILENO, buffer_ + done, static_cast<size_t>(count - done));
+        for (int done = 0; done < count && error_ == 0;) {
+            const auto n = writeSome(buffer_ + done, static_cast<std::size_t>(count - done));
             if (n > 0) {
                 done += static_cast<int>(n);
             } else if (n < 0 && errno != EINTR) {
-                failed_ = true; // stdout is gone; let the child finish all the same
                 error_ = errno;
+                theCancel->Cancel();
             }
         }
     }
@@ -121,53 +101,179 @@ class StdoutRelay : public IBlockingProcessObserver {
 
   private:
     char buffer_[65536];
-    bool failed_ = false;
     int error_ = 0;
 };
 
-// Whether a word has nothing but spaces: no program name at all.
-bool isBlank(const char* word) {
-    return word[std::strspn(word, " ")] == '\0';
+struct RunOptions {
+    double timeLimit = 0;
+    const char* folder = nullptr;
+    const char* input = nullptr;
+};
+
+// A usage error of run's: said as every command says one, with run's own status.
+int runUsageError(const std::string& message) {
+    usageError("run: " + message);
+    return kOwnFailure;
+}
+
+// Reads run's options, which come before the command, into *options and *command. 0, or the
+// status of a usage error (reported).
+int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* command,
+                Arguments* words) {
+    std::size_t i = 0;
+    for (; i < args.size() && isOption(args[i]); ++i) {
+        const std::string arg = args[i];
+        if (arg == "--") {
+            ++i;
+            break;
+        }
+        const std::size_t equals = arg.find('=');
+        const std::string name = arg.substr(0, equals);
+        if (name != "--timeout" && name != "--cwd" && name != "--env" && name != "--unset-env" &&
+            name != "--input") {
+            return runUsageError("unknown option '" + arg + "'");
+        }
+        std::string value;
+        if (equals != std::string::npos) {
+            value = arg.substr(equals + 1);
+        } else if (i + 1 < args.size()) {
+            value = args[++i];
+        } else {
+            return runUsageError(name + " needs a value (" + name + "=VALUE)");
+        }
+        if (name == "--timeout") {
+            char* end = nullptr;
+            errno = 0;
+            const double seconds = std::strtod(value.c_str(), &end);
+            if (value.empty() || *end != '\0' || errno != 0 || !std::isfinite(seconds) ||
+                seconds < 0 || value.find_first_of("xXnN") != std::string::npos) {
+                return runUsageError("--timeout expects a number of seconds, such as 10 or 0.5; "
+                                     "got '" + value + "'");
+            }
+            options->timeLimit = seconds;
+        } else if (name == "--cwd") {
+            options->folder = args[i] + (equals != std::string::npos ? equals + 1 : 0);
+            command->SetWorkingDirectory(options->folder);
+        } else if (name == "--env") {
+            const std::size_t at = value.find('=');
+            if (at == std::string::npos || at == 0) {
+                return runUsageError("--env expects NAME=VALUE; got '" + value + "'");
+            }
+            command->SetEnvironmentVariable(value.substr(0, at).c_str(),
+                                            value.substr(at + 1).c_str());
+        } else if (name == "--unset-env") {
+            if (value.empty() || value.find('=') != std::string::npos) {
+                return runUsageError("--unset-env expects a variable's NAME; got '" + value + "'");
+            }
+            command->UnsetEnvironmentVariable(value.c_str());
+        } else {
+            options->input = args[i] + (equals != std::string::npos ? equals + 1 : 0);
+        }
+    }
+    words->assign(args.begin() + static_cast<std::ptrdiff_t>(i), args.end());
+    if (words->empty() || (*words)[0][std::strspn((*words)[0], " ")] == '\0') {
+        return runUsageError("expects a COMMAND");
+    }
+    command->SetTimeLimit(options->timeLimit);
+    return 0;
+}
+
+// Makes the input file velcan's own standard input, which the command then inherits: what
+// cannot be read is velcan's failure, named as such. 0 or the status.
+int takeInput(const char* input, VelcanCommand* command) {
+    if (input == nullptr) {
+        return 0;
+    }
+    if (std::strcmp(input, "-") != 0) {
+#if defined(_WIN32)
+        const int fd = _open(input, _O_RDONLY | _O_BINARY);
+        const bool moved = fd >= 0 && _dup2(fd, 0) == 0;
+#else
+        const int fd = open(input, O_RDONLY | O_CLOEXEC);
+        const bool moved = fd >= 0 && (fd == 0 || dup2(fd, 0) == 0);
+#endif
+        if (!moved) {
+            reportError(std::string("cannot read ") + input + ": " + std::strerror(errno));
+            return kOwnFailure;
+        }
+    }
+    command->InheritInput();
+    return 0;
+}
+
+// Why the run did not start, as the user is told it.
+std::string whyNot(const VelcanRunResult& result, const RunOptions& options,
+                   const Arguments& words) {
+    // The folder is the likely cause of a failed setup: named when it is.
+    if (result.end == VelcanRunEnd::SetupFailed && options.folder != nullptr) {
+#if defined(_WIN32)
+        const bool folderMissing = _access(options.folder, 0) != 0;
+#else
+        const bool folderMissing = access(options.folder, X_OK) != 0;
+#endif
+        if (folderMissing) {
+            return std::string("cannot change to ") + options.folder + ": " +
+                   std::strerror(errno);
+        }
+    }
+    if (result.end == VelcanRunEnd::Refused) {
+        return "cannot run " + argumentsAsTyped(words) +
+               (result.error == E2BIG ? ": over the system's limits"
+                                      : ": an argument holds what a batch file cannot be given "
+                                        "safely ('\"', '%' or a line break)");
+    }
+    return "cannot run " + argumentsAsTyped(words) + ": " + whyNotStarted(words[0], result.error);
 }
 
 } // namespace
 
-int runCommand(const Arguments& given) {
-    Arguments args = given;
-    if (!args.empty() && std::strcmp(args[0], "--") == 0) {
-        args.erase(args.begin());
-    } else if (!args.empty() && isOption(args[0])) {
-        return usageError(std::string("run: unknown option '") + args[0] + "'");
+int runCommand(const Arguments& args) {
+    VelcanCommand command;
+    RunOptions options;
+    Arguments words;
+    if (int status = readOptions(args, &options, &command, &words)) {
+        return status;
     }
-    if (args.empty() || isBlank(args[0])) {
-        return usageError("run: expects a COMMAND");
+    if (int status = takeInput(options.input, &command)) {
+        return status;
     }
-    std::string line;
-    std::string problem;
-    if (!commandLineFromArguments(args, &line, &problem)) {
-        return usageError("run: " + problem);
-    }
-#if defined(_WIN32)
-    // cmd reads a batch file's arguments itself: what it would act on is refused, not passed.
-    problem = batchFileArgumentProblem(args);
-    if (!problem.empty()) {
-        return usageError("run: " + problem);
-    }
-#endif
+    words.push_back(nullptr);
+    command.SetArguments(words.data());
+    words.pop_back();
+
+    VelcanCancel cancel;
+    theCancel = &cancel;
+    command.SetCancel(&cancel);
     StdoutRelay relay;
-    forwardSignalsToTheChild();
-    errno = 0;
-    const int code = LaunchBlockingProcess(line.c_str(), &relay);
-    const int runError = errno;
+    command.SetOutputObserver(&relay);
+    endTheCommandOnSignals();
+    const VelcanRunResult result = command.Run();
     endByTheSignalReceived();
-    if (code == 127 && runError != 0) {
-        reportError("cannot run " + argumentsAsTyped(args) + ": " +
-                    whyNotStarted(args[0], runError));
-        return code;
-    }
+
     if (relay.writeError() != 0) {
         reportError(std::string("cannot write the output: ") + std::strerror(relay.writeError()));
-        return code != 0 ? code : kExitFailure;
+        return kOwnFailure;
     }
-    return code;
+    switch (result.end) {
+    case VelcanRunEnd::Exited:
+        return result.code;
+    case VelcanRunEnd::Signaled:
+#if defined(_WIN32)
+        return result.code; // the exception's code, as Windows reports it
+#else
+        return 128 + result.code;
+#endif
+    case VelcanRunEnd::TimedOut:
+        return kTimedOut;
+    case VelcanRunEnd::Cancelled:
+        return kOwnFailure; // only velcan cancels, and it has ended by then or said why
+    case VelcanRunEnd::ProgramNotStarted:
+        reportError(whyNot(result, options, words));
+        return result.error == ENOENT ? kNotFound : kCannotRun;
+    case VelcanRunEnd::SetupFailed:
+    case VelcanRunEnd::Refused:
+        reportError(whyNot(result, options, words));
+        return kOwnFailure;
+    }
+    return kOwnFailure;
 }

@@ -38,6 +38,9 @@ endif()
 # The version node itself, and the version each name carries (checked on its own).
 list(FILTER actual EXCLUDE REGEX "^VELCAN_[0-9]")
 list(TRANSFORM actual REPLACE "@@?VELCAN_[0-9.]+$" "")
+# std::size_t is a different type on each platform (unsigned int, long, long long): the lists
+# name it once, as size_t.
+list(TRANSFORM actual REPLACE "unsigned (int|long long|long)([,)])" "size_t\\2")
 list(SORT actual)
 file(STRINGS ${EXPECTED} expected)
 list(SORT expected)

@@ -75,4 +75,19 @@ test_run_offers_programs_for_its_command_and_files_after() {
   expect "$work/argument.txt" run ls "$work/arg"
 }
 
+test_run_offers_its_options_before_the_command() {
+  expect "--timeout=" run --ti
+  expect "--unset-env=" run --un
+  expect "--timeout=" run --cwd = /tmp --ti
+}
+
+test_run_offers_folders_for_cwd_and_programs_after_its_options() {
+  mkdir "$work/folder"
+  : >"$work/file"
+  # bash splits --cwd=VALUE at the "=".
+  expect "$work/folder" run --cwd = "$work/f"
+  complete_words run --cwd = "$work" --timeout = 5 --env X=1 ls | grep -qx ls || fail "no program offered"
+  expect "$work/file" run --timeout = 5 ls "$work/fi"
+}
+
 "$3"

@@ -140,13 +140,14 @@ test_lint_reads_a_deeply_nested_document() {
   [ "$out" = "$work/deep.xml:2:1: warning: empty description" ] || fail "lint said: $out"
 }
 
-# A signal that ends velcan run ends its command: the child is gone once velcan has ended.
+# A signal that ends velcan run ends its command's whole tree first: the command and what it
+# started are gone once velcan has ended, by the same signal.
 test_signal_that_ends_run_ends_its_command_too() {
   local signal pid child rc tries
-  for signal in TERM INT HUP; do
+  for signal in TERM INT HUP QUIT USR1 USR2 ALRM; do
     rm -f "$work/pid"
-    # (A script's background job starts with INT ignored; env sets it back.)
-    env --default-signal=INT "$tool" run sh -c "echo \$\$ >'$work/pid.tmp' && mv '$work/pid.tmp' '$work/pid' && exec sleep 300" &
+    # (A script's background job starts with INT and QUIT ignored; env sets them back.)
+    env --default-signal=INT,QUIT "$tool" run sh -c "sleep 300 & echo \$! >'$work/pid.tmp' && mv '$work/pid.tmp' '$work/pid' && wait" &
     pid=$!
     for tries in $(seq 1 600); do [ -s "$work/pid" ] && break; sleep 0.1; done
     [ -s "$work/pid" ] || fail "the command did not start within 60 s"
@@ -166,6 +167,20 @@ test_signal_that_ends_run_ends_its_command_too() {
     fi
     [ "$rc" -eq $((128 + $(kill -l "$signal"))) ] || fail "after SIG$signal velcan's status is $rc"
   done
+}
+
+# A closed output pipe ends velcan run as it ends any program that writes to one, and the
+# command's whole tree with it.
+test_closed_output_pipe_ends_run_and_its_command() {
+  local status child tries
+  set +o pipefail
+  "$tool" run sh -c "echo \$\$ >'$work/pid.tmp' && mv '$work/pid.tmp' '$work/pid'; while :; do echo y; sleep 0.05; done" | head -c1 >/dev/null
+  status=${PIPESTATUS[0]}
+  set -o pipefail
+  [ "$status" -eq 141 ] || fail "velcan's status is $status"
+  child=$(cat "$work/pid")
+  for tries in $(seq 1 600); do kill -0 "$child" 2>/dev/null || break; sleep 0.1; done
+  if kill -0 "$child" 2>/dev/null; then kill "$child"; fail "the command $child outlived velcan"; fi
 }
 
 "$3"

@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# velcan run passes every argument through literally, or refuses (exit 2, nothing run) one
-# that the runner's command-line form cannot express. Each test runs the tool with printf,
-# which shows each argument it receives between brackets.
+# velcan run: every argument passed through literally; its options (time limit, folder,
+# environment, input) and its statuses, as timeout(1) and env(1) give them: 124 when the time
+# limit ended the command, 125 for velcan's own failures (usage included), 126 found but cannot
+# be run, 127 not found, 128+N when signal N ended it, otherwise the command's own status.
 #   run_arguments_test.sh TOOL TEST_NAME
 set -euo pipefail
 tool=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
 # expect_args ARG...: the tool must pass each ARG through exactly.
@@ -16,41 +19,142 @@ expect_args() {
   [ "$got" = "$want" ] || fail "expected $want, got $got"
 }
 
-double_quotes_pass_literally() { expect_args '"x"' 'a"b' '"' '""' 'say "hi"'; }
-apostrophes_pass_literally() { expect_args "'x'" "it's" "'" "a 'b' c"; }
-spaces_pass_literally() { expect_args 'a b' ' lead' 'trail ' 'two  spaces' ' '; }
-percent_signs_pass_literally() { expect_args '%' '%%' '100%' '%s' '%d%%'; }
-empty_arguments_pass_literally() { expect_args '' 'x' '' ''; }
-other_characters_pass_literally() { expect_args 'tab	in' 'new
-line' '\back' '$HOME' '*' ';&|<>' 'é'; }
-# A word with both kinds of quote has a form when its quotes pair up, or when it comes last.
-both_quotes_in_pairs_or_last_pass_literally() { expect_args "a'b'c\"d\"" x "last'one\""; }
-
-test_argument_the_command_line_cannot_express_is_a_usage_error_and_nothing_runs() {
-  local marker rc=0 err
-  marker=$(mktemp -u /tmp/velcan-ran-XXXXXX)
-  err=$("$tool" run sh -c "touch $marker" "a'b\"c d" x 2>&1 >/dev/null) || rc=$?
-  [ "$rc" -eq 2 ] || fail "exit status $rc, expected 2"
-  [[ $err == "velcan: run: argument 4 ('a'b\"c d') cannot be passed as it is"* ]] ||
-    fail "unexpected message: $err"
-  [ ! -e "$marker" ] || { rm -f "$marker"; fail "the command ran"; }
+# expect_status WANT ARG...: velcan ARG... exits with WANT.
+expect_status() {
+  local want=$1 rc=0
+  shift
+  "$tool" "$@" >"$work/out" 2>"$work/err" || rc=$?
+  [ "$rc" -eq "$want" ] || fail "velcan $* exited $rc, expected $want; said: $(cat "$work/err")"
 }
 
-test_empty_or_blank_command_is_a_usage_error() {
-  local rc err word
+test_double_quotes_pass_literally() { expect_args '"x"' 'a"b' '"' '""' 'say "hi"'; }
+test_apostrophes_pass_literally() { expect_args "'x'" "it's" "'" "a 'b' c"; }
+test_spaces_pass_literally() { expect_args 'a b' ' lead' 'trail ' 'two  spaces' ' '; }
+test_percent_signs_pass_literally() { expect_args '%' '%%' '100%' '%s' '%d%%'; }
+test_empty_arguments_pass_literally() { expect_args '' 'x' '' ''; }
+test_other_characters_pass_literally() { expect_args 'tab	in' 'new
+line' '\back' '$HOME' '*' ';&|<>' 'é'; }
+test_both_kinds_of_quote_in_one_word_pass_literally() { expect_args "a'b\"c d" "'\"" x; }
+test_many_long_arguments_pass_literally() {
+  local words=() i
+  for i in $(seq 1 2000); do words+=("word-$i-$(printf 'x%.0s' $(seq 1 20))"); done
+  expect_args "${words[@]}"
+}
+
+test_empty_or_blank_command_is_a_usage_error_125() {
+  local word
   for word in '' '  '; do
-    rc=0
-    err=$("$tool" run "$word" x 2>&1 >/dev/null) || rc=$?
-    [ "$rc" -eq 2 ] || fail "exit status $rc for '$word', expected 2"
-    [[ $err == "velcan: run: expects a COMMAND"* ]] || fail "unexpected message: $err"
+    expect_status 125 run "$word" x
+    [[ $(cat "$work/err") == "velcan: run: expects a COMMAND"* ]] || fail "said: $(cat "$work/err")"
   done
+  expect_status 125 run
+}
+
+test_unknown_option_is_a_usage_error_125() {
+  expect_status 125 run --frobnicate true
+  [[ $(cat "$work/err") == "velcan: run: unknown option '--frobnicate'"* ]] || fail "said: $(cat "$work/err")"
+}
+
+test_options_after_the_command_are_the_commands() {
+  expect_args --timeout=1 --cwd=/ -x
 }
 
 test_child_exiting_127_is_not_reported_as_a_failure_to_run() {
-  local rc=0 err
-  err=$("$tool" run sh -c 'exit 127' 2>&1) || rc=$?
-  [ "$rc" -eq 127 ] || fail "exit status $rc, expected 127"
-  [ -z "$err" ] || fail "unexpected message: $err"
+  expect_status 127 run sh -c 'exit 127'
+  [ ! -s "$work/err" ] || fail "unexpected message: $(cat "$work/err")"
+}
+
+test_command_status_is_passed_on() {
+  expect_status 2 run ls /velcan-nonexistent
+  expect_status 0 run true
+  expect_status 42 run sh -c 'exit 42'
+}
+
+test_program_not_found_is_127() {
+  expect_status 127 run velcan-no-such-program
+}
+
+test_program_found_but_not_runnable_is_126() {
+  printf 'echo no\n' >"$work/plain"
+  expect_status 126 run "$work/plain"
+  [ "$(cat "$work/err")" = "velcan: cannot run $work/plain: $work/plain is not executable (no execute permission)" ] ||
+    fail "said: $(cat "$work/err")"
+  expect_status 126 run "$work"
+}
+
+test_command_ended_by_signal_n_is_128_plus_n() {
+  expect_status 143 run sh -c 'kill -TERM $$'
+  expect_status 137 run sh -c 'kill -KILL $$'
+}
+
+test_timeout_ends_the_command_with_124() {
+  expect_status 124 run --timeout=0.3 sleep 600
+  expect_status 124 run --timeout 0.3 sh -c 'sleep 600; echo never'
+  [ ! -s "$work/out" ] || fail "printed: $(cat "$work/out")"
+}
+
+test_timeout_not_reached_keeps_the_commands_status() {
+  expect_status 3 run --timeout=600 sh -c 'exit 3'
+}
+
+test_timeout_ends_what_the_command_started() {
+  local pid
+  expect_status 124 run --timeout=0.5 sh -c 'sleep 600 & echo $!; wait'
+  pid=$(cat "$work/out")
+  for _ in $(seq 1 600); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+  if kill -0 "$pid" 2>/dev/null; then kill "$pid"; fail "the background sleep $pid outlived the limit"; fi
+}
+
+test_timeout_that_is_no_number_is_a_usage_error_125() {
+  local value
+  for value in '' abc -1 1s nan inf 0x10; do
+    expect_status 125 run --timeout="$value" true
+    [[ $(cat "$work/err") == "velcan: run: --timeout expects a number of seconds"* ]] ||
+      fail "for '$value' said: $(cat "$work/err")"
+  done
+}
+
+test_cwd_starts_the_command_in_the_folder() {
+  mkdir "$work/folder"
+  expect_status 0 run --cwd="$work/folder" pwd
+  [ "$(cat "$work/out")" = "$work/folder" ] || fail "ran in $(cat "$work/out")"
+}
+
+test_cwd_that_is_missing_is_velcans_failure_125() {
+  expect_status 125 run --cwd="$work/missing" true
+  [ "$(cat "$work/err")" = "velcan: cannot change to $work/missing: No such file or directory" ] ||
+    fail "said: $(cat "$work/err")"
+}
+
+test_env_sets_and_unset_env_removes_variables() {
+  VELCAN_GONE=there expect_status 0 run --env=VELCAN_A=1 --env VELCAN_B='x = y' \
+    --unset-env=VELCAN_GONE sh -c 'echo "$VELCAN_A|$VELCAN_B|${VELCAN_GONE-unset}"'
+  [ "$(cat "$work/out")" = "1|x = y|unset" ] || fail "printed: $(cat "$work/out")"
+}
+
+test_env_without_a_name_is_a_usage_error_125() {
+  expect_status 125 run --env=novalue true
+  expect_status 125 run --env==x true
+  expect_status 125 run --unset-env=A=B true
+}
+
+test_input_from_a_file_and_from_standard_input() {
+  printf 'from the file\n' >"$work/in"
+  expect_status 0 run --input="$work/in" cat
+  [ "$(cat "$work/out")" = "from the file" ] || fail "printed: $(cat "$work/out")"
+  printf 'piped\n' | expect_status 0 run --input=- cat
+  [ "$(cat "$work/out")" = "piped" ] || fail "printed: $(cat "$work/out")"
+}
+
+test_without_input_the_command_reads_nothing() {
+  printf 'not for the command\n' | expect_status 0 run cat
+  [ ! -s "$work/out" ] || fail "printed: $(cat "$work/out")"
+}
+
+test_input_that_cannot_be_read_is_velcans_failure_125() {
+  expect_status 125 run --input="$work/missing" cat
+  [ "$(cat "$work/err")" = "velcan: cannot read $work/missing: No such file or directory" ] ||
+    fail "said: $(cat "$work/err")"
 }
 
 "$2"
