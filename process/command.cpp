@@ -36,7 +36,8 @@ void VelcanCommand::SetWorkingDirectory(const char* folder) {
 }
 
 void VelcanCommand::SetEnvironmentVariable(const char* name, const char* value) {
-    state_->environment.push_back({name != nullptr ? name : "", value != nullptr ? value : "", true});
+    state_->environment.push_back(
+        {name != nullptr ? name : "", value != nullptr ? value : "", true});
 }
 
 void VelcanCommand::UnsetEnvironmentVariable(const char* name) {
@@ -62,7 +63,8 @@ void VelcanCommand::SetInput(const void* bytes, std::size_t size) {
 }
 
 void VelcanCommand::SetInputFile(const char* path) {
-    state_->input = path != nullptr ? VelcanCommandState::Input::File : VelcanCommandState::Input::NullDevice;
+    state_->input =
+        path != nullptr ? VelcanCommandState::Input::File : VelcanCommandState::Input::NullDevice;
     state_->inputFile = path != nullptr ? path : "";
 }
 
@@ -138,7 +140,8 @@ std::vector<std::string> childEnvironment(const std::vector<std::string>& inheri
     std::vector<std::string> result;
     result.reserve(inherited.size() + changes.size());
     // A name's last change decides; a name changed keeps its inherited place when still set.
-    auto lastChange = [&](const char* name, std::size_t length) -> const VelcanCommandState::Change* {
+    auto lastChange = [&](const char* name,
+                          std::size_t length) -> const VelcanCommandState::Change* {
         for (auto c = changes.rbegin(); c != changes.rend(); ++c) {
             if (sameName(c->name, name, length, foldCase)) {
                 return &*c;

@@ -119,8 +119,8 @@ bool setupError(int error) {
 // The program as posix_spawn is to run it: as given when it holds a slash (relative to the
 // child's folder), else the first executable regular file of that name on PATH (the child's),
 // as execvp finds it. 0, ENOENT or EACCES.
-int findProgram(const std::string& program, const std::vector<std::string>& environment,
-                int folder, std::string* path) {
+int findProgram(const std::string& program, const std::vector<std::string>& environment, int folder,
+                std::string* path) {
     if (program.find('/') != std::string::npos) {
         *path = program;
         return 0;
@@ -362,8 +362,7 @@ VelcanRunResult Run::prepareAndSpawn() {
     for (char** e = environ; e != nullptr && *e != nullptr; ++e) {
         inherited.emplace_back(*e);
     }
-    std::vector<std::string> environment =
-        childEnvironment(inherited, command_.environment, false);
+    std::vector<std::string> environment = childEnvironment(inherited, command_.environment, false);
 
     auto setupFailed = [](int error) { return notRun(VelcanRunEnd::SetupFailed, error, error); };
     Handle folder;

@@ -148,7 +148,8 @@ int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* comma
             if (value.empty() || *end != '\0' || errno != 0 || !std::isfinite(seconds) ||
                 seconds < 0 || value.find_first_of("xXnN") != std::string::npos) {
                 return runUsageError("--timeout expects a number of seconds, such as 10 or 0.5; "
-                                     "got '" + value + "'");
+                                     "got '" +
+                                     value + "'");
             }
             options->timeLimit = seconds;
         } else if (name == "--cwd") {
@@ -212,8 +213,7 @@ std::string whyNot(const VelcanRunResult& result, const RunOptions& options,
         const bool folderMissing = access(options.folder, X_OK) != 0;
 #endif
         if (folderMissing) {
-            return std::string("cannot change to ") + options.folder + ": " +
-                   std::strerror(errno);
+            return std::string("cannot change to ") + options.folder + ": " + std::strerror(errno);
         }
     }
     if (result.end == VelcanRunEnd::Refused) {

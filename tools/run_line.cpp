@@ -1,6 +1,5 @@
 #include "run_line.h"
 
-
 std::string argumentsAsTyped(const std::vector<const char*>& args) {
     std::string shown;
     for (const char* arg : args) {

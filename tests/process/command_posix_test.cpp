@@ -87,13 +87,14 @@ TEST(CommandPosix, ChildEndedByASignalIsSignaledWithItsNumber) {
 TEST(CommandPosix, TimeLimitEndsEveryProcessOfAShellsTree) {
     Collector out;
     const VelcanRunResult result =
-        run({"sh", "-c", "sleep 600 & echo $!; sleep 600 & echo $!; echo $$; exec sleep 600"},
-            &out, 0.5);
+        run({"sh", "-c", "sleep 600 & echo $!; sleep 600 & echo $!; echo $$; exec sleep 600"}, &out,
+            0.5);
     EXPECT_EQ(result.end, VelcanRunEnd::TimedOut);
     EXPECT_EQ(result.code, SIGTERM);
     std::vector<long> pids;
     std::size_t from = 0;
-    for (std::size_t end; (end = out.output.find('\n', from)) != std::string::npos; from = end + 1) {
+    for (std::size_t end; (end = out.output.find('\n', from)) != std::string::npos;
+         from = end + 1) {
         pids.push_back(std::stol(out.output.substr(from, end - from)));
     }
     ASSERT_EQ(pids.size(), 3u) << out.output;

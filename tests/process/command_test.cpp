@@ -129,7 +129,8 @@ TEST(Command, CommandLineWithALonePercentSignIsRefused) {
 
 TEST(Command, CommandLineOverTheRunnersLimitsIsRefused) {
     VelcanCommand command;
-    command.SetCommandLine((helperProgram("velcan_test_child") + std::string(1100, ' ') + "x").c_str());
+    command.SetCommandLine(
+        (helperProgram("velcan_test_child") + std::string(1100, ' ') + "x").c_str());
     EXPECT_EQ(runWith(command).result.end, VelcanRunEnd::Refused);
     EXPECT_EQ(runWith(command).result.error, E2BIG);
 }

@@ -20,8 +20,8 @@
 inline std::wstring wideOf(const std::string& utf8) {
 #if defined(_WIN32)
     std::wstring wide(utf8.size() + 1, L'\0');
-    const int n = MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, &wide[0],
-                                      static_cast<int>(wide.size()));
+    const int n =
+        MultiByteToWideChar(CP_UTF8, 0, utf8.c_str(), -1, &wide[0], static_cast<int>(wide.size()));
     wide.resize(n > 0 ? static_cast<std::size_t>(n) - 1 : 0);
     return wide;
 #else
@@ -34,17 +34,17 @@ inline std::string temporaryFolder(const std::string& name) {
 #if defined(_WIN32)
     wchar_t base[MAX_PATH + 1];
     const DWORD n = GetTempPathW(MAX_PATH + 1, base);
-    std::wstring folder = std::wstring(base, n) + wideOf(name) + L"-" +
-                          std::to_wstring(GetCurrentProcessId());
+    std::wstring folder =
+        std::wstring(base, n) + wideOf(name) + L"-" + std::to_wstring(GetCurrentProcessId());
     CreateDirectoryW(folder.c_str(), nullptr);
     char utf8[4 * MAX_PATH];
-    const int m = WideCharToMultiByte(CP_UTF8, 0, folder.c_str(), -1, utf8, sizeof utf8, nullptr,
-                                      nullptr);
+    const int m =
+        WideCharToMultiByte(CP_UTF8, 0, folder.c_str(), -1, utf8, sizeof utf8, nullptr, nullptr);
     return std::string(utf8, m > 0 ? static_cast<std::size_t>(m) - 1 : 0);
 #else
     const char* tmp = std::getenv("TMPDIR");
-    std::string folder = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/" + name +
-                         "-XXXXXX";
+    std::string folder =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/" + name + "-XXXXXX";
     return mkdtemp(&folder[0]) != nullptr ? folder : "";
 #endif
 }
