@@ -35,12 +35,12 @@ void VelcanCommand::SetWorkingDirectory(const char* folder) {
     state_->folder = folder != nullptr ? folder : "";
 }
 
-void VelcanCommand::SetEnvironmentVariable(const char* name, const char* value) {
+void VelcanCommand::SetEnvironment(const char* name, const char* value) {
     state_->environment.push_back(
         {name != nullptr ? name : "", value != nullptr ? value : "", true});
 }
 
-void VelcanCommand::UnsetEnvironmentVariable(const char* name) {
+void VelcanCommand::UnsetEnvironment(const char* name) {
     state_->environment.push_back({name != nullptr ? name : "", "", false});
 }
 

@@ -9,6 +9,9 @@
 
 #include <cstddef>
 #include <memory>
+#if defined(_WIN32)
+#include <mutex>
+#endif
 
 #include "process/handle.h"
 
@@ -67,6 +70,11 @@ int aboveStandardHandles(int fd);
 #endif
 
 #if defined(_WIN32)
+// Children start with inheritable copies of their handles and with handle inheritance on, so a
+// child spawned while another run's copies exist could inherit them and hold that run's pipe
+// open. The library's spawns take turns from making the copies until they are closed.
+std::mutex& spawnTurn();
+
 // The errno value for a Windows error code: 3, 8, 32 and 80 become ENOENT, ENOMEM, EACCES
 // and EEXIST; any other code is kept as it is.
 int errnoFromWindowsError(unsigned long code);

@@ -29,17 +29,16 @@ int errnoFromWindowsError(unsigned long code) {
     }
 }
 
+std::mutex& spawnTurn() {
+    static std::mutex turn;
+    return turn;
+}
+
 namespace {
 
 int lastError() {
     return errnoFromWindowsError(GetLastError());
 }
-
-// Children start with inheritable copies of their handles and with handle inheritance on,
-// so a child spawned while another call's copies exist would inherit them and hold that
-// call's pipe open. This library's own spawns take turns from set_handles until the copies
-// are released.
-std::mutex spawnMutex;
 
 // 0 when the program can be started, otherwise ENOENT or EACCES.
 int checkProgram(const char* program) {
@@ -104,7 +103,7 @@ int Child::start(const char* commandLine, ACE_HANDLE output) {
     if (!s.nullDevice.valid()) {
         return lastError();
     }
-    std::lock_guard<std::mutex> turn(spawnMutex);
+    std::lock_guard<std::mutex> turn(spawnTurn());
     if (s.options->set_handles(s.nullDevice.get(), output, output) != 0) {
         const int error = lastError();
         s.options->release_handles();

@@ -32,9 +32,9 @@ const int kNotFound = 127;
 
 // Every run's cancel: a signal that would end velcan ends the command's whole tree first.
 VelcanCancel* theCancel = nullptr;
-volatile sig_atomic_t pendingSignal = 0;
 
 #if !defined(_WIN32)
+volatile sig_atomic_t pendingSignal = 0;
 const int kEnding[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGPIPE};
 
 void cancelTheRun(int signal) {
@@ -160,13 +160,12 @@ int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* comma
             if (at == std::string::npos || at == 0) {
                 return runUsageError("--env expects NAME=VALUE; got '" + value + "'");
             }
-            command->SetEnvironmentVariable(value.substr(0, at).c_str(),
-                                            value.substr(at + 1).c_str());
+            command->SetEnvironment(value.substr(0, at).c_str(), value.substr(at + 1).c_str());
         } else if (name == "--unset-env") {
             if (value.empty() || value.find('=') != std::string::npos) {
                 return runUsageError("--unset-env expects a variable's NAME; got '" + value + "'");
             }
-            command->UnsetEnvironmentVariable(value.c_str());
+            command->UnsetEnvironment(value.c_str());
         } else {
             options->input = args[i] + (equals != std::string::npos ? equals + 1 : 0);
         }

@@ -69,7 +69,7 @@ TEST(CommandPosix, ProgramIsLookedUpOnTheChildsPath) {
     Collector out;
     command.SetOutputObserver(&out);
     EXPECT_EQ(command.Run().end, VelcanRunEnd::ProgramNotStarted);
-    command.SetEnvironmentVariable("PATH", (folder + ":/usr/bin:/bin").c_str());
+    command.SetEnvironment("PATH", (folder + ":/usr/bin:/bin").c_str());
     const VelcanRunResult result = command.Run();
     EXPECT_EQ(result.end, VelcanRunEnd::Exited);
     EXPECT_EQ(out.output, "found on the PATH it was given\n");

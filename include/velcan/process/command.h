@@ -7,7 +7,7 @@
 //     const char* const argv[] = {"make", "-j2", nullptr};
 //     command.SetArguments(argv);
 //     command.SetWorkingDirectory("/home/me/project");
-//     command.SetEnvironmentVariable("LC_ALL", "C");
+//     command.SetEnvironment("LC_ALL", "C");
 //     command.SetTimeLimit(60);
 //     command.SetCancel(&cancel);
 //     command.SetOutputObserver(&window);      // an IBlockingProcessObserver
@@ -134,9 +134,9 @@ class VELCAN_API VelcanCommand {
     // Sets a variable in the child's environment, on top of the caller's (a later call for the
     // same name wins). On Windows names compare without regard to letter case, as the system
     // does.
-    void SetEnvironmentVariable(const char* name, const char* value);
+    void SetEnvironment(const char* name, const char* value);
     // Removes a variable from the child's environment.
-    void UnsetEnvironmentVariable(const char* name);
+    void UnsetEnvironment(const char* name);
 
     // The longest the run may take, in seconds from the call of Run() (0, the default: no
     // limit). When it passes, the child and everything it started are ended: on POSIX systems

@@ -10,6 +10,8 @@
 //   fds                  print its open descriptors, one line (POSIX; "n/a" elsewhere)
 //   pid                  print its process id and a line end
 //   args WORD...         print each remaining word as [WORD]
+//   wargs WORD...        as args, the words as the program got them in UTF-16 (Windows),
+//                        printed in UTF-8
 //   exit N               end with code N
 //   crash                end by an access violation, unhandled (Windows: the process ends with
 //                        the exception's code, 0xC0000005, and no debugger is asked in)
@@ -32,6 +34,8 @@
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
+
+#include <shellapi.h>
 #else
 #include <csignal>
 #include <dirent.h>
@@ -250,6 +254,24 @@ int main(int argc, char** argv) {
             for (++i; i < argc; ++i) {
                 write(stdout, std::string("[") + argv[i] + "]");
             }
+        } else if (action == "wargs") {
+#if defined(_WIN32)
+            int count = 0;
+            LPWSTR* words = CommandLineToArgvW(GetCommandLineW(), &count);
+            for (int k = i + 1; k < count; ++k) {
+                char utf8[4096];
+                const int m = WideCharToMultiByte(CP_UTF8, 0, words[k], -1, utf8, sizeof utf8,
+                                                  nullptr, nullptr);
+                write(stdout,
+                      "[" + std::string(utf8, m > 0 ? static_cast<std::size_t>(m) - 1 : 0) + "]");
+            }
+            LocalFree(words);
+#else
+            for (int k = i + 1; k < argc; ++k) {
+                write(stdout, std::string("[") + argv[k] + "]");
+            }
+#endif
+            i = argc;
         } else if (action == "cat") {
             char buffer[4096];
             std::size_t n;
