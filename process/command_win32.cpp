@@ -134,9 +134,8 @@ int findProgram(const std::wstring& program, const std::vector<std::string>& env
         }
     }
     std::vector<wchar_t> buffer(32768);
-    const DWORD n = SearchPathW(searchPath.empty() ? nullptr : searchPath.c_str(),
-                                program.c_str(), L".exe", static_cast<DWORD>(buffer.size()),
-                                buffer.data(), nullptr);
+    const DWORD n = SearchPathW(searchPath.empty() ? nullptr : searchPath.c_str(), program.c_str(),
+                                L".exe", static_cast<DWORD>(buffer.size()), buffer.data(), nullptr);
     if (n == 0 || n >= buffer.size()) {
         return ENOENT;
     }
@@ -523,8 +522,7 @@ VelcanRunResult Run::start() {
     }
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits = {};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-    SetInformationJobObject(job_.get(), JobObjectExtendedLimitInformation, &limits,
-                            sizeof limits);
+    SetInformationJobObject(job_.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits);
 
     // The child inherits its three handles and nothing else.
     HANDLE inherited[3] = {childInput.get(), childOutput.get(),
@@ -537,9 +535,9 @@ VelcanRunResult Run::start() {
     if (!InitializeProcThreadAttributeList(list, 1, 0, &size)) {
         return failure(VelcanRunEnd::SetupFailed, GetLastError());
     }
-    const bool listed = UpdateProcThreadAttribute(list, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST,
-                                                  inherited, inheritedCount * sizeof(HANDLE),
-                                                  nullptr, nullptr) != 0;
+    const bool listed =
+        UpdateProcThreadAttribute(list, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, inherited,
+                                  inheritedCount * sizeof(HANDLE), nullptr, nullptr) != 0;
     STARTUPINFOEXW startup = {};
     startup.StartupInfo.cb = sizeof startup;
     startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
@@ -549,8 +547,8 @@ VelcanRunResult Run::start() {
     startup.StartupInfo.hStdError = inherited[2];
     startup.lpAttributeList = listed ? list : nullptr;
     PROCESS_INFORMATION info = {};
-    DWORD flags = CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT |
-                  (listed ? EXTENDED_STARTUPINFO_PRESENT : 0);
+    DWORD flags =
+        CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT | (listed ? EXTENDED_STARTUPINFO_PRESENT : 0);
     BOOL created;
     {
         std::lock_guard<std::mutex> turn(platform::spawnTurn());
@@ -566,15 +564,13 @@ VelcanRunResult Run::start() {
     const DWORD createError = GetLastError();
     DeleteProcThreadAttributeList(list);
     if (!created) {
-        const int error = createError == ERROR_FILE_NOT_FOUND || createError == ERROR_PATH_NOT_FOUND
-                              ? ENOENT
-                          : createError == ERROR_ACCESS_DENIED ? EACCES
-                          : createError == ERROR_NOT_ENOUGH_MEMORY ||
-                                  createError == ERROR_NO_SYSTEM_RESOURCES
-                              ? ENOMEM
-                              : ENOEXEC;
-        return notRun(error == ENOMEM ? VelcanRunEnd::SetupFailed
-                                      : VelcanRunEnd::ProgramNotStarted,
+        const int error =
+            createError == ERROR_FILE_NOT_FOUND || createError == ERROR_PATH_NOT_FOUND ? ENOENT
+            : createError == ERROR_ACCESS_DENIED                                       ? EACCES
+            : createError == ERROR_NOT_ENOUGH_MEMORY || createError == ERROR_NO_SYSTEM_RESOURCES
+                ? ENOMEM
+                : ENOEXEC;
+        return notRun(error == ENOMEM ? VelcanRunEnd::SetupFailed : VelcanRunEnd::ProgramNotStarted,
                       error, static_cast<long>(createError));
     }
     process_ = Handle(info.hProcess);

@@ -66,8 +66,8 @@ bool lineForCmd(const std::string& batchFile, const std::vector<std::string>& ar
         if (i > 0) {
             *line += ' ';
         }
-        const bool quote = i == 0 || word.empty() ||
-                           word.find_first_of(" \t&|<>^(),;=!") != std::string::npos;
+        const bool quote =
+            i == 0 || word.empty() || word.find_first_of(" \t&|<>^(),;=!") != std::string::npos;
         *line += quote ? '"' + word + '"' : word;
     }
     *line += '"';

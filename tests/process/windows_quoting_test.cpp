@@ -98,9 +98,10 @@ TEST(WindowsQuoting, BatchFilesAreKnownByTheirExtensionInAnyLetterCase) {
 TEST(WindowsQuoting, BatchArgumentsCmdActsOnOutsideQuotesAreQuoted) {
     std::string line;
     std::size_t refused = 99;
-    ASSERT_TRUE(lineForCmd("C:\\my dir\\b.bat", {"b.bat", "a&b", "x|y", "<in>", "c^d", "(e)", "!f!",
-                                                  "plain", "", "two words"},
-                           &line, &refused));
+    ASSERT_TRUE(
+        lineForCmd("C:\\my dir\\b.bat",
+                   {"b.bat", "a&b", "x|y", "<in>", "c^d", "(e)", "!f!", "plain", "", "two words"},
+                   &line, &refused));
     EXPECT_EQ(line, "\"\"C:\\my dir\\b.bat\" \"a&b\" \"x|y\" \"<in>\" \"c^d\" \"(e)\" \"!f!\" "
                     "plain \"\" \"two words\"\"");
 }
