@@ -13,9 +13,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <dirent.h>
 #include <functional>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <expat.h>
@@ -505,6 +507,18 @@ pid_t forkExecWithPipe(const char* const argv[], int* readEnd) {
     return pid;
 }
 
+double commandTrue(int runs) {
+    const char* const argv[] = {"true", nullptr};
+    return seconds([&] {
+               for (int i = 0; i < runs; ++i) {
+                   VelcanCommand command;
+                   command.SetArguments(argv);
+                   command.Run();
+               }
+           }) /
+           runs;
+}
+
 double launchTrue(int runs) {
     return seconds([&] {
                for (int i = 0; i < runs; ++i) {
@@ -645,6 +659,143 @@ void runnerMeasures(bool quick) {
     std::snprintf(name, sizeof name, "caller holding %zu MiB: runner, posix_spawnp",
                   gib.size() >> 20);
     info(name, us(big.measure), us(big.baseline), big.measure / big.baseline);
+    const Pair bigCommand = interleaved(
+        quick ? 3 : 5, [&] { return commandTrue(runs / 4 + 1); },
+        [&] { return spawnTrueBaseline(runs / 4 + 1); });
+    std::snprintf(name, sizeof name, "same: VelcanCommand, posix_spawnp (%zu MiB)",
+                  gib.size() >> 20);
+    row(name, us(bigCommand.measure), us(bigCommand.baseline),
+        bigCommand.measure / bigCommand.baseline, 1.5);
+}
+
+// The processes of a process group still there (not zombies), read from /proc.
+int processesInGroup(long group) {
+    int count = 0;
+    DIR* proc = opendir("/proc");
+    for (const dirent* e = proc != nullptr ? readdir(proc) : nullptr; e != nullptr;
+         e = readdir(proc)) {
+        char path[300];
+        std::snprintf(path, sizeof path, "/proc/%s/stat", e->d_name);
+        FILE* f = e->d_name[0] >= '0' && e->d_name[0] <= '9' ? std::fopen(path, "r") : nullptr;
+        if (f == nullptr) {
+            continue;
+        }
+        char line[512] = {};
+        const size_t n = std::fread(line, 1, sizeof line - 1, f);
+        std::fclose(f);
+        const char* close = std::strrchr(line, ')');
+        char state = 0;
+        long parent = 0, pgrp = 0;
+        if (n > 0 && close != nullptr &&
+            std::sscanf(close + 2, "%c %ld %ld", &state, &parent, &pgrp) == 3 && pgrp == group &&
+            state != 'Z' && state != 'X') {
+            ++count;
+        }
+    }
+    if (proc != nullptr) {
+        closedir(proc);
+    }
+    return count;
+}
+
+// VelcanCommand: how soon an ended run returns, what waiting costs, and its cost beside
+// LaunchBlockingProcess.
+void commandMeasures(bool quick) {
+    const int rounds = quick ? 3 : 20;
+    std::vector<double> limited;
+    int left = 0;
+    for (int r = 0; r < rounds; ++r) {
+        VelcanCommand command;
+        const char* const tree[] = {"sh", "-c", "echo $$; sleep 100 & sleep 100 & exec sleep 100",
+                                    nullptr};
+        command.SetArguments(tree);
+        command.SetTimeLimit(1);
+        std::string group;
+        struct Keep : IBlockingProcessObserver {
+            char buffer[64];
+            std::string* text;
+            void GetOutputBuffer(char** b, int* c) override {
+                *b = buffer;
+                *c = sizeof buffer;
+            }
+            void OutputReceived(int n) override { text->append(buffer, static_cast<size_t>(n)); }
+        } keep;
+        keep.text = &group;
+        command.SetOutputObserver(&keep);
+        limited.push_back(seconds([&] { command.Run(); }));
+        left += processesInGroup(std::atol(group.c_str()));
+    }
+    char value[32];
+    std::snprintf(value, sizeof value, "%.3f s", median(limited));
+    row("time limit 1 s, sh and 2 sleeps: return (s)", value, "1 s limit", median(limited), 1.10,
+        "s");
+    row("  processes of those runs left (/proc)", std::to_string(left), "0", left, 0, "");
+
+    {
+        VelcanCommand command;
+        const char* const sleep[] = {"sleep", quick ? "1" : "5", nullptr};
+        command.SetArguments(sleep);
+        command.SetTimeLimit(quick ? 2 : 10);
+        struct rusage before, after;
+        getrusage(RUSAGE_THREAD, &before);
+        command.Run();
+        getrusage(RUSAGE_THREAD, &after);
+        const double cpu = (after.ru_utime.tv_sec - before.ru_utime.tv_sec) +
+                           (after.ru_stime.tv_sec - before.ru_stime.tv_sec) +
+                           (after.ru_utime.tv_usec - before.ru_utime.tv_usec) * 1e-6 +
+                           (after.ru_stime.tv_usec - before.ru_stime.tv_usec) * 1e-6;
+        row(quick ? "waiting: CPU for sleep 1 under a 2 s limit"
+                  : "waiting: CPU for sleep 5 under a 10 s limit",
+            ms(cpu), "-", cpu * 1e3, 5, "ms");
+    }
+
+    std::vector<double> latencies;
+    for (int r = 0; r < rounds; ++r) {
+        VelcanCancel cancel;
+        VelcanCommand command;
+        const char* const sleep[] = {"sleep", "100", nullptr};
+        command.SetArguments(sleep);
+        command.SetCancel(&cancel);
+        Clock::time_point cancelledAt;
+        std::thread button([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            cancelledAt = Clock::now();
+            cancel.Cancel();
+        });
+        command.Run();
+        const Clock::time_point returned = Clock::now();
+        button.join();
+        latencies.push_back(std::chrono::duration<double>(returned - cancelledAt).count());
+    }
+    row("cancel from another thread: return (ms)", ms(median(latencies)), "-",
+        median(latencies) * 1e3, 50, "ms");
+
+    const int alternations = quick ? 61 : 2001;
+    const Pair spawn = interleaved(
+        alternations, [&] { return commandTrue(1); }, [&] { return launchTrue(1); });
+    row("VelcanCommand(true) / LaunchBlockingProcess", us(spawn.measure), us(spawn.baseline),
+        spawn.measure / spawn.baseline, 1.05);
+
+    const long bytes = quick ? (20L << 20) : (500L << 20);
+    const std::string count = std::to_string(bytes);
+    const std::string line = "head -c " + count + " /dev/zero";
+    const char* const head[] = {"head", "-c", count.c_str(), "/dev/zero", nullptr};
+    const Pair stream = interleaved(
+        quick ? 3 : 7,
+        [&] {
+            Reuse out(65536);
+            VelcanCommand command;
+            command.SetArguments(head);
+            command.SetOutputObserver(&out);
+            return seconds([&] { command.Run(); });
+        },
+        [&] {
+            Reuse out(65536);
+            return seconds([&] { LaunchBlockingProcess(line.c_str(), &out); });
+        });
+    char name[64];
+    std::snprintf(name, sizeof name, "stream %ld MiB: VelcanCommand / Launch...", bytes >> 20);
+    row(name, ms(stream.measure), ms(stream.baseline), stream.measure / stream.baseline, 1.02);
 }
 
 } // namespace
@@ -659,6 +810,7 @@ int main(int argc, char** argv) {
     // The runner first: ACE spawns with fork, whose cost grows with this process's memory,
     // which the reader's measures leave larger.
     runnerMeasures(quick);
+    commandMeasures(quick);
     historyMeasures(quick);
     dispatchMeasure(quick);
     eventsMeasure(quick);

@@ -48,8 +48,8 @@ int main(int argc, char** argv) {
     std::promise<void> ended;
     const double cancelAfter = std::atof(argv[2]);
     std::thread button([&cancel, cancelAfter, done = ended.get_future()] {
-        if (cancelAfter > 0 &&
-            done.wait_for(std::chrono::duration<double>(cancelAfter)) == std::future_status::timeout) {
+        if (cancelAfter > 0 && done.wait_for(std::chrono::duration<double>(cancelAfter)) ==
+                                   std::future_status::timeout) {
             cancel.Cancel();
         }
     });
