@@ -107,14 +107,15 @@ TEST(CommandPosix, ChildThatIgnoresTermIsKilledAfterTheGrace) {
     Collector out;
     const std::string child = helperProgram("velcan_test_child");
     const VelcanRunResult result =
-        run({child.c_str(), "ignore-term", "out", "ignoring\n", "sleep", "600000"}, &out, 0.3, 0.3);
+        run({child.c_str(), "ignore-term", "out", "ignoring\n", "sleep", "30000"}, &out, 0.3, 0.3);
     EXPECT_EQ(result.end, VelcanRunEnd::TimedOut);
     EXPECT_EQ(result.code, SIGKILL);
 }
 
 TEST(CommandPosix, NoGraceKillsAtOnce) {
     Collector out;
-    const VelcanRunResult result = run({"sleep", "600"}, &out, 0.2, 0);
+    // 30 s: a time limit that did not work would show as a run that exited.
+    const VelcanRunResult result = run({"sleep", "30"}, &out, 0.2, 0);
     EXPECT_EQ(result.end, VelcanRunEnd::TimedOut);
     EXPECT_EQ(result.code, SIGKILL);
 }
