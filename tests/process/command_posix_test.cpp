@@ -28,36 +28,6 @@ VelcanRunResult run(std::vector<const char*> words, Collector* output, double li
     return command.Run();
 }
 
-TEST(CommandPosix, FolderAsProgramIsNotStartedWithEACCES) {
-    Collector out;
-    const VelcanRunResult result = run({"/tmp"}, &out);
-    EXPECT_EQ(result.end, VelcanRunEnd::ProgramNotStarted);
-    EXPECT_EQ(result.error, EACCES);
-}
-
-TEST(CommandPosix, FileWithoutExecutePermissionIsNotStartedWithEACCES) {
-    const std::string folder = temporaryFolder("velcan-command-noexec");
-    const std::string file = folder + "/plain";
-    std::ofstream(file) << "echo no\n";
-    Collector out;
-    const VelcanRunResult result = run({file.c_str()}, &out);
-    EXPECT_EQ(result.end, VelcanRunEnd::ProgramNotStarted);
-    EXPECT_EQ(result.error, EACCES);
-    removeFolder(folder);
-}
-
-TEST(CommandPosix, ScriptWithoutAnInterpreterLineRunsThroughTheShell) {
-    const std::string folder = temporaryFolder("velcan-command-script");
-    const std::string file = folder + "/script";
-    std::ofstream(file) << "echo \"from sh: $1\"\n";
-    chmod(file.c_str(), 0755);
-    Collector out;
-    const VelcanRunResult result = run({file.c_str(), "arg"}, &out);
-    EXPECT_EQ(result.end, VelcanRunEnd::Exited);
-    EXPECT_EQ(out.output, "from sh: arg\n");
-    removeFolder(folder);
-}
-
 TEST(CommandPosix, ProgramIsLookedUpOnTheChildsPath) {
     const std::string folder = temporaryFolder("velcan-command-path");
     const std::string file = folder + "/velcan-path-probe";
