@@ -75,8 +75,8 @@ enum class VelcanRunEnd : int {
     SetupFailed = 5,
     // The command was refused as given and nothing was tried; error says why: EINVAL for no
     // program, an empty or malformed line, a variable name that is empty or holds '=', or (on
-    // Windows) a batch file's argument that cmd would act on; E2BIG for a line over
-    // LaunchBlockingProcess's limits; ENOENT for a blank line.
+    // Windows) text that is not UTF-8 or a batch file's argument that cmd would act on; E2BIG
+    // for a line over LaunchBlockingProcess's limits; ENOENT for a blank line.
     Refused = 6,
 };
 
@@ -111,10 +111,12 @@ class VELCAN_API VelcanCommand {
     VelcanCommand& operator=(const VelcanCommand&) = delete;
 
     // The command as a list of arguments, the program first, ended by a null pointer. Nothing is
-    // split or interpreted, and no limit applies but the system's. A program without a slash
-    // (or, on Windows, a backslash) is looked up on PATH as the child's environment has it (a
-    // file without "#!" that is not a binary runs through /bin/sh, as execvp does); one with is
-    // a path, relative to the working folder. On Windows each argument is quoted so that
+    // split or interpreted, and no limit applies but the system's. A program without a slash is
+    // looked up on PATH as the child's environment has it (a file without "#!" that is not a
+    // binary runs through /bin/sh, as execvp does); one with is a path, relative to the working
+    // folder. On Windows a name without a slash, backslash or colon is looked for in the
+    // application's folder, the system folders and the child's PATH, never the current folder,
+    // ".exe" added when it has no extension. On Windows each argument is quoted so that
     // Microsoft's C runtime splits the line back into exactly these arguments, and a program
     // ending in .bat or .cmd runs through cmd with each argument escaped for it: an argument
     // cmd would act on even within quotes (one holding '"', '%', a carriage return or a line
@@ -161,8 +163,8 @@ class VELCAN_API VelcanCommand {
     void InheritInput();
 
     // Where the output goes. The output observer gets standard output and, unless an error
-    // observer is set, standard error too, interleaved as written (null: the output is
-    // discarded, read from the null device's side: the child is never blocked by it). The error
+    // observer is set, standard error too, interleaved as written (null: the output goes to the
+    // null device, so the child is never blocked by it). The error
     // observer gets standard error apart. Each observer is called on the thread that called
     // Run(), one operation at a time, as IBlockingProcessObserver says; an observer that hands
     // out no room (a capacity of 1 or less, or a null buffer) closes its stream: a child that
