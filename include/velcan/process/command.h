@@ -61,7 +61,8 @@ enum class VelcanRunEnd : int {
     // (Windows: code is the exception's code as an int, an access violation -1073741819).
     Signaled = 1,
     // The time limit came first: the child and everything it started were ended; code is how
-    // the child itself ended (on POSIX systems the signal's number, 15 or 9).
+    // the child itself ended (on POSIX systems the signal's number, 15 or 9, or the status it
+    // exited with if it caught SIGTERM; on Windows 1, the code its job is terminated with).
     TimedOut = 2,
     // The cancel came first (VelcanCancel::Cancel): as TimedOut.
     Cancelled = 3,
