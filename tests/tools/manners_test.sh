@@ -172,14 +172,14 @@ test_signal_that_ends_run_ends_its_command_too() {
 # A closed output pipe ends velcan run as it ends any program that writes to one, and the
 # command's whole tree with it.
 test_closed_output_pipe_ends_run_and_its_command() {
-  local status child tries
+  local status child
   set +o pipefail
   "$tool" run sh -c "echo \$\$ >'$work/pid.tmp' && mv '$work/pid.tmp' '$work/pid'; while :; do echo y; sleep 0.05; done" | head -c1 >/dev/null
   status=${PIPESTATUS[0]}
   set -o pipefail
   [ "$status" -eq 141 ] || fail "velcan's status is $status"
   child=$(cat "$work/pid")
-  for tries in $(seq 1 600); do kill -0 "$child" 2>/dev/null || break; sleep 0.1; done
+  for _ in $(seq 1 600); do kill -0 "$child" 2>/dev/null || break; sleep 0.1; done
   if kill -0 "$child" 2>/dev/null; then kill "$child"; fail "the command $child outlived velcan"; fi
 }
 
