@@ -20,8 +20,10 @@
 //   cat                  copy standard input to standard output as it comes
 //   cwd                  print the current folder and a line end
 //   env NAME             print NAME's value and a line end, or "(unset)"
-//   grandchild MS        start a copy of this program that prints its process id, then sleeps
-//                        MS; it inherits the standard handles and is not waited for
+//   grandchild MS        start a copy of this program that sleeps MS, then prints
+//                        "grandchild ended"; print its process id and a line end once it
+//                        exists (so a test knows the whole tree however slowly the copy
+//                        starts); it inherits the standard handles and is not waited for
 //   ignore-term          ignore SIGTERM from here on (POSIX; nothing elsewhere)
 #include <chrono>
 #include <cstdio>
@@ -172,15 +174,16 @@ std::string variable(const char* name) {
 #endif
 }
 
-void startGrandchild(const char* self, const char* sleep) {
+long startGrandchild(const char* self, const char* sleep) {
 #if defined(_WIN32)
     (void)self;
     wchar_t program[MAX_PATH + 1];
     GetModuleFileNameW(nullptr, program, MAX_PATH + 1);
-    std::wstring line = L"\"" + std::wstring(program) + L"\" pid sleep ";
+    std::wstring line = L"\"" + std::wstring(program) + L"\" sleep ";
     for (const char* p = sleep; *p != '\0'; ++p) {
         line += static_cast<wchar_t>(*p);
     }
+    line += L" out \"grandchild ended\\n\"";
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
@@ -188,16 +191,28 @@ void startGrandchild(const char* self, const char* sleep) {
     startup.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);
     startup.hStdError = GetStdHandle(STD_ERROR_HANDLE);
     PROCESS_INFORMATION info;
-    if (CreateProcessW(program, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
-                       &info)) {
-        CloseHandle(info.hThread);
-        CloseHandle(info.hProcess);
+    // Wine now and then fails a start with ERROR_INTERNAL_ERROR; a second try starts it.
+    int tries = 0;
+    while (!CreateProcessW(program, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                           &info)) {
+        if (++tries == 3) {
+            return -1;
+        }
     }
+    CloseHandle(info.hThread);
+    CloseHandle(info.hProcess);
+    return static_cast<long>(info.dwProcessId);
 #else
-    char* const args[] = {const_cast<char*>(self), const_cast<char*>("pid"),
-                          const_cast<char*>("sleep"), const_cast<char*>(sleep), nullptr};
+    char* const args[] = {const_cast<char*>(self),
+                          const_cast<char*>("sleep"),
+                          const_cast<char*>(sleep),
+                          const_cast<char*>("out"),
+                          const_cast<char*>("grandchild ended\\n"),
+                          nullptr};
     pid_t pid;
-    posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, args, environ);
+    return posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, args, environ) == 0
+               ? static_cast<long>(pid)
+               : -1;
 #endif
 }
 
@@ -285,7 +300,12 @@ int main(int argc, char** argv) {
             write(stdout, variable(value) + "\n");
             ++i;
         } else if (action == "grandchild") {
-            startGrandchild(argv[0], value);
+            const long pid = startGrandchild(argv[0], value);
+            if (pid < 0) {
+                write(stderr, "cannot start the grandchild\n");
+                return 99;
+            }
+            write(stdout, std::to_string(pid) + "\n");
             ++i;
         } else if (action == "ignore-term") {
 #if !defined(_WIN32)
