@@ -95,6 +95,21 @@ VelcanRunResult notRun(VelcanRunEnd end, int error, long systemError) {
     return result;
 }
 
+bool cancelAllowsStart(const VelcanCommandState& command, VelcanRunResult* notStarted) {
+    if (command.cancel == nullptr) {
+        return true;
+    }
+    if (int error = VelcanCancelAccess::error(*command.cancel)) {
+        *notStarted = notRun(VelcanRunEnd::SetupFailed, error, error);
+        return false;
+    }
+    if (command.cancel->IsCancelled()) {
+        *notStarted = notRun(VelcanRunEnd::Cancelled, 0, 0);
+        return false;
+    }
+    return true;
+}
+
 namespace {
 
 bool sameName(const std::string& a, const char* b, std::size_t bLength, bool foldCase) {

@@ -89,26 +89,15 @@ int openOwn(const char* path, int flags) {
     return own(open(path, flags | O_CLOEXEC));
 }
 
-struct RunPipe {
-    Handle parentEnd;
-    Handle childEnd;
-};
-
-// A pipe whose parent's end does not block.
-int makePipe(RunPipe* pipe, bool parentReads) {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
-        return errno;
+// A pipe between the run and the child, the run's end not blocking. 0 or the errno value.
+int makePipe(bool parentReads, Handle* parentEnd, Handle* childEnd) {
+    platform::Pipe pipe;
+    if (int error = platform::createPipe(&pipe)) {
+        return error;
     }
-    Handle readEnd(own(fds[0]));
-    const int readError = errno;
-    Handle writeEnd(own(fds[1]));
-    if (!readEnd.valid() || !writeEnd.valid()) {
-        return !readEnd.valid() ? readError : errno;
-    }
-    pipe->parentEnd = parentReads ? std::move(readEnd) : std::move(writeEnd);
-    pipe->childEnd = parentReads ? std::move(writeEnd) : std::move(readEnd);
-    fcntl(pipe->parentEnd.get(), F_SETFL, O_NONBLOCK);
+    *parentEnd = parentReads ? std::move(pipe.readEnd) : std::move(pipe.writeEnd);
+    *childEnd = parentReads ? std::move(pipe.writeEnd) : std::move(pipe.readEnd);
+    fcntl(parentEnd->get(), F_SETFL, O_NONBLOCK);
     return 0;
 }
 
@@ -224,6 +213,12 @@ struct Stream {
     Handle fd;
     IBlockingProcessObserver* observer = nullptr;
 
+    // A pipe from the child to `to`; the child's end in *childEnd. 0 or the errno value.
+    int openFor(IBlockingProcessObserver* to, Handle* childEnd) {
+        observer = to;
+        return makePipe(true, &fd, childEnd);
+    }
+
     // Reads what is there and hands it on. False once the stream has ended (its end, an
     // observer that took no more, or a failed read, kept in *error).
     bool relay(int* error) {
@@ -327,7 +322,7 @@ class Run {
     InputFeed input_;
     int cancel_ = -1;
     Phase phase_ = Phase::Running;
-    bool ended_ = false; // by the limit or the cancel: endedBy_ says which
+    // TimedOut or Cancelled once the limit or the cancel ended the run; Exited till then.
     VelcanRunEnd endedBy_ = VelcanRunEnd::Exited;
     bool childEnded_ = false;
     Clock::time_point killAt_;
@@ -336,16 +331,14 @@ class Run {
 };
 
 VelcanRunResult Run::go() {
-    if (command_.cancel != nullptr) {
-        if (int error = VelcanCancelAccess::error(*command_.cancel)) {
-            return notRun(VelcanRunEnd::SetupFailed, error, error);
-        }
-        cancel_ = static_cast<int>(VelcanCancelAccess::handle(*command_.cancel));
-        if (command_.cancel->IsCancelled()) {
-            return notRun(VelcanRunEnd::Cancelled, 0, 0);
-        }
+    VelcanRunResult failed{};
+    if (!cancelAllowsStart(command_, &failed)) {
+        return failed;
     }
-    VelcanRunResult failed = prepareAndSpawn();
+    if (command_.cancel != nullptr) {
+        cancel_ = static_cast<int>(VelcanCancelAccess::handle(*command_.cancel));
+    }
+    failed = prepareAndSpawn();
     if (pid_ == 0) {
         return failed;
     }
@@ -386,45 +379,32 @@ VelcanRunResult Run::prepareAndSpawn() {
             childInput = Handle(openOwn("/dev/null", O_RDONLY));
         }
         break;
-    case VelcanCommandState::Input::Bytes: {
-        RunPipe pipe;
-        if (int error = makePipe(&pipe, false)) {
+    case VelcanCommandState::Input::Bytes:
+        if (int error = makePipe(false, &input_.fd, &childInput)) {
             return setupFailed(error);
         }
-        childInput = std::move(pipe.childEnd);
-        input_.fd = std::move(pipe.parentEnd);
         input_.next = command_.inputBytes;
         input_.left = command_.inputSize;
         break;
     }
-    }
     if (!childInput.valid()) {
         return setupFailed(errno);
     }
+    // No output observer: the null device. No error observer: errors go with the output.
     Handle childOutput;
-    if (command_.output != nullptr) {
-        RunPipe pipe;
-        if (int error = makePipe(&pipe, true)) {
-            return setupFailed(error);
-        }
-        childOutput = std::move(pipe.childEnd);
-        output_.fd = std::move(pipe.parentEnd);
-        output_.observer = command_.output;
-    } else {
+    if (command_.output == nullptr) {
         childOutput = Handle(openOwn("/dev/null", O_WRONLY));
         if (!childOutput.valid()) {
             return setupFailed(errno);
         }
+    } else if (int error = output_.openFor(command_.output, &childOutput)) {
+        return setupFailed(error);
     }
     Handle childErrors;
     if (command_.errors != nullptr) {
-        RunPipe pipe;
-        if (int error = makePipe(&pipe, true)) {
+        if (int error = errors_.openFor(command_.errors, &childErrors)) {
             return setupFailed(error);
         }
-        childErrors = std::move(pipe.childEnd);
-        errors_.fd = std::move(pipe.parentEnd);
-        errors_.observer = command_.errors;
     }
 
     const int folderFd = folder.valid() ? folder.get() : AT_FDCWD;
@@ -458,10 +438,7 @@ void Run::end(VelcanRunEnd why) {
     if (phase_ != Phase::Running) {
         return;
     }
-    if (why != VelcanRunEnd::Exited) {
-        ended_ = true;
-        endedBy_ = why;
-    }
+    endedBy_ = why;
     input_.fd.close();
     const long long grace = millisecondsOf(command_.gracePeriod);
     if (grace == 0) {
@@ -590,7 +567,7 @@ VelcanRunResult Run::reap() {
     } else {
         result.code = WEXITSTATUS(status);
     }
-    if (ended_) {
+    if (endedBy_ != VelcanRunEnd::Exited) {
         result.end = endedBy_;
     }
     return result;

@@ -53,6 +53,10 @@ namespace velcan {
 // A result that says the command was not run.
 VelcanRunResult notRun(VelcanRunEnd end, int error, long systemError);
 
+// Whether the run may start: false, with the result to give, when its cancel could not be made
+// (SetupFailed) or has been triggered already (Cancelled).
+bool cancelAllowsStart(const VelcanCommandState& command, VelcanRunResult* notStarted);
+
 // Refuses what no system can run: no command, a line LaunchBlockingProcess would refuse, a
 // variable name that is empty or holds '='. Returns 0 or the errno value (EINVAL, E2BIG,
 // ENOENT); on POSIX systems fills *argv with the words to run.

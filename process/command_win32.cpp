@@ -217,6 +217,16 @@ struct Transfer {
 
     bool open() const { return pipe.valid(); }
 
+    // The pipe between the run and the child, and the event its transfers signal; the child's
+    // end in *childEnd. 0 or the system's error code.
+    DWORD connect(bool parentReads, Handle* childEnd) {
+        if (DWORD error = makePipe(parentReads, this, &pipe, childEnd)) {
+            return error;
+        }
+        event = Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        return event.valid() ? 0 : GetLastError();
+    }
+
     // Gives up: a pending transfer is cancelled and waited for, so nothing is written to a
     // buffer after the run.
     void close() {
@@ -235,6 +245,12 @@ struct Transfer {
 struct Stream : Transfer {
     IBlockingProcessObserver* observer = nullptr;
     char* buffer = nullptr;
+
+    // A pipe from the child to `to`; the child's end in *childEnd. 0 or the system's error code.
+    DWORD openFor(IBlockingProcessObserver* to, Handle* childEnd) {
+        observer = to;
+        return connect(true, childEnd);
+    }
 
     // Starts the next read, or hands on reads that complete at once. False once the stream has
     // ended (its end, an observer that took no more, a failure kept in *error).
@@ -358,7 +374,7 @@ class Run {
     InputFeed input_;
     HANDLE cancel_ = nullptr;
     bool ending_ = false;
-    bool ended_ = false;
+    // TimedOut or Cancelled once the limit or the cancel ended the run; Exited till then.
     VelcanRunEnd endedBy_ = VelcanRunEnd::Exited;
     bool childEnded_ = false;
     ULONGLONG stopReadingAt_ = 0;
@@ -366,16 +382,14 @@ class Run {
 };
 
 VelcanRunResult Run::go() {
-    if (command_.cancel != nullptr) {
-        if (int error = VelcanCancelAccess::error(*command_.cancel)) {
-            return notRun(VelcanRunEnd::SetupFailed, error, error);
-        }
-        cancel_ = reinterpret_cast<HANDLE>(VelcanCancelAccess::handle(*command_.cancel));
-        if (command_.cancel->IsCancelled()) {
-            return notRun(VelcanRunEnd::Cancelled, 0, 0);
-        }
+    VelcanRunResult failed{};
+    if (!cancelAllowsStart(command_, &failed)) {
+        return failed;
     }
-    VelcanRunResult failed = start();
+    if (command_.cancel != nullptr) {
+        cancel_ = reinterpret_cast<HANDLE>(VelcanCancelAccess::handle(*command_.cancel));
+    }
+    failed = start();
     if (!process_.valid()) {
         return failed;
     }
@@ -389,7 +403,7 @@ VelcanRunResult Run::go() {
     // An exception's code has its two top bits set (0xC0000005, an access violation).
     result.end = code >= 0xC0000000u ? VelcanRunEnd::Signaled : VelcanRunEnd::Exited;
     result.code = static_cast<int>(code);
-    if (ended_) {
+    if (endedBy_ != VelcanRunEnd::Exited) {
         result.end = endedBy_;
     }
     result.error = error_ != 0 ? platform::errnoFromWindowsError(error_) : 0;
@@ -477,7 +491,7 @@ VelcanRunResult Run::start() {
         break;
     }
     case VelcanCommandState::Input::Bytes:
-        if (DWORD error = makePipe(false, this, &input_.pipe, &childInput)) {
+        if (DWORD error = input_.connect(false, &childInput)) {
             return failure(VelcanRunEnd::SetupFailed, error);
         }
         input_.next = command_.inputBytes;
@@ -487,30 +501,18 @@ VelcanRunResult Run::start() {
     if (!childInput.valid()) {
         return failure(VelcanRunEnd::SetupFailed, GetLastError());
     }
-    if (command_.output != nullptr) {
-        if (DWORD error = makePipe(true, &output_, &output_.pipe, &childOutput)) {
-            return failure(VelcanRunEnd::SetupFailed, error);
-        }
-        output_.observer = command_.output;
-    } else {
+    // No output observer: the null device. No error observer: errors go with the output.
+    if (command_.output == nullptr) {
         childOutput = Handle(openInheritable(L"NUL", GENERIC_WRITE));
         if (!childOutput.valid()) {
             return failure(VelcanRunEnd::SetupFailed, GetLastError());
         }
+    } else if (DWORD error = output_.openFor(command_.output, &childOutput)) {
+        return failure(VelcanRunEnd::SetupFailed, error);
     }
     if (command_.errors != nullptr) {
-        if (DWORD error = makePipe(true, &errors_, &errors_.pipe, &childErrors)) {
+        if (DWORD error = errors_.openFor(command_.errors, &childErrors)) {
             return failure(VelcanRunEnd::SetupFailed, error);
-        }
-        errors_.observer = command_.errors;
-    }
-    for (Transfer* t : {static_cast<Transfer*>(&output_), static_cast<Transfer*>(&errors_),
-                        static_cast<Transfer*>(&input_)}) {
-        if (t->open()) {
-            t->event = Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-            if (!t->event.valid()) {
-                return failure(VelcanRunEnd::SetupFailed, GetLastError());
-            }
         }
     }
 
@@ -591,10 +593,7 @@ void Run::end(VelcanRunEnd why) {
         return;
     }
     ending_ = true;
-    if (why != VelcanRunEnd::Exited) {
-        ended_ = true;
-        endedBy_ = why;
-    }
+    endedBy_ = why;
     input_.close();
     // Windows has no gentle end for a job's processes.
     TerminateJobObject(job_.get(), 1);

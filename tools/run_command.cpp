@@ -104,8 +104,8 @@ class StdoutRelay : public IBlockingProcessObserver {
     int error_ = 0;
 };
 
+// What velcan itself needs of run's options; the rest go straight to the command.
 struct RunOptions {
-    double timeLimit = 0;
     const char* folder = nullptr;
     const char* input = nullptr;
 };
@@ -151,7 +151,7 @@ int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* comma
                                      "got '" +
                                      value + "'");
             }
-            options->timeLimit = seconds;
+            command->SetTimeLimit(seconds);
         } else if (name == "--cwd") {
             options->folder = args[i] + (equals != std::string::npos ? equals + 1 : 0);
             command->SetWorkingDirectory(options->folder);
@@ -174,7 +174,6 @@ int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* comma
     if (words->empty() || (*words)[0][std::strspn((*words)[0], " ")] == '\0') {
         return runUsageError("expects a COMMAND");
     }
-    command->SetTimeLimit(options->timeLimit);
     return 0;
 }
 

@@ -32,6 +32,8 @@
 #include <string>
 #include <thread>
 
+#include "../process_tree.h"
+
 #if defined(_WIN32)
 #include <fcntl.h>
 #include <io.h>
@@ -155,35 +157,13 @@ std::string currentFolder() {
 #endif
 }
 
-std::string variable(const char* name) {
-#if defined(_WIN32)
-    wchar_t wideName[1024];
-    MultiByteToWideChar(CP_UTF8, 0, name, -1, wideName, 1024);
-    wchar_t wide[32768];
-    const DWORD n = GetEnvironmentVariableW(wideName, wide, 32768);
-    if (n == 0 && GetLastError() == ERROR_ENVVAR_NOT_FOUND) {
-        return "(unset)";
-    }
-    char utf8[4 * 32768];
-    const int m = WideCharToMultiByte(CP_UTF8, 0, wide, static_cast<int>(n), utf8, sizeof utf8,
-                                      nullptr, nullptr);
-    return std::string(utf8, static_cast<std::size_t>(m));
-#else
-    const char* value = std::getenv(name);
-    return value != nullptr ? value : "(unset)";
-#endif
-}
-
 long startGrandchild(const char* self, const char* sleep) {
 #if defined(_WIN32)
     (void)self;
     wchar_t program[MAX_PATH + 1];
     GetModuleFileNameW(nullptr, program, MAX_PATH + 1);
-    std::wstring line = L"\"" + std::wstring(program) + L"\" sleep ";
-    for (const char* p = sleep; *p != '\0'; ++p) {
-        line += static_cast<wchar_t>(*p);
-    }
-    line += L" out \"grandchild ended\\n\"";
+    std::wstring line = L"\"" + std::wstring(program) + L"\" sleep " + wideOf(sleep) +
+                        L" out \"grandchild ended\\n\"";
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
@@ -297,7 +277,7 @@ int main(int argc, char** argv) {
         } else if (action == "cwd") {
             write(stdout, currentFolder() + "\n");
         } else if (action == "env") {
-            write(stdout, variable(value) + "\n");
+            write(stdout, variableOf(value) + "\n");
             ++i;
         } else if (action == "grandchild") {
             const long pid = startGrandchild(argv[0], value);
