@@ -2,8 +2,10 @@
 
 #include <cerrno>
 
+#include "process/ace_child.h"
 #include "process/command_line.h"
-#include "process/platform.h"
+#include "process/pipe.h"
+#include "process/relay.h"
 
 IBlockingProcessObserver::~IBlockingProcessObserver() = default;
 
@@ -18,59 +20,48 @@ void keep(int* error, int failure) {
     }
 }
 
-// Passes everything the child writes to the observer, as each read returns. Returns 0, or
-// the error of a read that failed (which also ends the reading).
-// Without an observer nothing is read.
-int relayOutput(ACE_HANDLE readEnd, IBlockingProcessObserver* observer) {
+// Passes everything the child writes to the observer, as each read returns. Returns 0, or the
+// error of a read that failed (which also ends the reading). Without an observer nothing is
+// read.
+int relayOutput(velcan::sys::Native readEnd, IBlockingProcessObserver* observer) {
     if (observer == nullptr) {
         return 0;
     }
-    // Kept between calls: an observer is expected to store both every time.
-    char* buffer = nullptr;
-    int capacity = 0;
-    for (;;) {
-        observer->GetOutputBuffer(&buffer, &capacity);
-        // Room for the NUL alone (or less, or no buffer at all): nothing can be read into
-        // it, so the reading ends, and nothing is ever written where the observer did not
-        // say.
-        if (buffer == nullptr || capacity <= 1) {
-            return 0;
-        }
-        size_t n = 0;
-        const int error =
-            velcan::platform::readPipe(readEnd, buffer, static_cast<size_t>(capacity) - 1, &n);
+    velcan::Relay relay(observer);
+    while (relay.askForRoom()) {
+        std::size_t n = 0;
+        const int error = velcan::sys::readPipe(readEnd, relay.room(), relay.roomSize(), &n);
         if (error != 0 || n == 0) {
             return error;
         }
-        buffer[n] = '\0';
-        observer->OutputReceived(static_cast<int>(n));
+        relay.deliver(n);
     }
+    return 0;
 }
 
-// The run itself, in the order it happens: check, pipe, start, confirm, relay, wait,
-// release. Returns the child's exit code, or kNotRun; *error gets the failure that decides
-// errno (0 when there was none).
+// The run itself, in the order it happens: check, pipe, start, confirm, relay, wait, release.
+// Returns the child's exit code, or kNotRun; *error gets the failure that decides errno (0 when
+// there was none).
 int runChild(const char* commandLine, IBlockingProcessObserver* observer, int* error) {
-    namespace platform = velcan::platform;
+    namespace sys = velcan::sys;
     // Refuse what the process layer would run in another form.
     velcan::CommandLine checked;
     if ((*error = velcan::parseCommandLine(commandLine, &checked)) != 0) {
         return kNotRun;
     }
-    platform::Pipe pipe;
-    if ((*error = platform::createPipe(&pipe)) != 0) {
+    sys::Pipe pipe;
+    if ((*error = sys::makePipe(&pipe)) != 0) {
         return kNotRun;
     }
-    platform::Child child;
+    sys::AceChild child;
     if ((*error = child.start(commandLine, pipe.writeEnd.get())) != 0) {
         return kNotRun;
     }
     // From here only the child holds the write end, so the end of its output can be seen.
     *error = pipe.writeEnd.close();
-    // Before the first GetOutputBuffer, so a child that could not start gets none. Without
-    // an observer the output is never read, and the start is confirmed once the child ends.
-    const ACE_HANDLE readEnd = observer != nullptr ? pipe.readEnd.get() : ACE_INVALID_HANDLE;
-    if (int failure = child.confirmStart(readEnd)) {
+    // Before the first GetOutputBuffer, so a child that could not start gets none. Without an
+    // observer the output is never read, and the start is confirmed once the child ends.
+    if (int failure = child.confirmStart(observer != nullptr ? pipe.readEnd.get() : sys::kNone)) {
         *error = failure;
         return kNotRun;
     }

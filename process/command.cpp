@@ -30,9 +30,9 @@ void VelcanCommand::SetCommandLine(const char* commandLine) {
     state_->haveArguments = false;
 }
 
-void VelcanCommand::SetWorkingDirectory(const char* folder) {
-    state_->haveFolder = folder != nullptr;
-    state_->folder = folder != nullptr ? folder : "";
+void VelcanCommand::SetWorkingDirectory(const char* directory) {
+    state_->haveDirectory = directory != nullptr;
+    state_->directory = directory != nullptr ? directory : "";
 }
 
 void VelcanCommand::SetEnvironment(const char* name, const char* value) {
@@ -95,21 +95,6 @@ VelcanRunResult notRun(VelcanRunEnd end, int error, long systemError) {
     return result;
 }
 
-bool cancelAllowsStart(const VelcanCommandState& command, VelcanRunResult* notStarted) {
-    if (command.cancel == nullptr) {
-        return true;
-    }
-    if (int error = VelcanCancelAccess::error(*command.cancel)) {
-        *notStarted = notRun(VelcanRunEnd::SetupFailed, error, error);
-        return false;
-    }
-    if (command.cancel->IsCancelled()) {
-        *notStarted = notRun(VelcanRunEnd::Cancelled, 0, 0);
-        return false;
-    }
-    return true;
-}
-
 namespace {
 
 bool sameName(const std::string& a, const char* b, std::size_t bLength, bool foldCase) {
@@ -129,6 +114,10 @@ bool sameName(const std::string& a, const char* b, std::size_t bLength, bool fol
 } // namespace
 
 int checkCommand(const VelcanCommandState& command, std::vector<std::string>* argv) {
+    // A comparison NaN fails: no number is refused with the negative times.
+    if (!(command.timeLimit >= 0) || !(command.gracePeriod >= 0)) {
+        return EINVAL;
+    }
     for (const VelcanCommandState::Change& change : command.environment) {
         if (change.name.empty() || change.name.find('=') != std::string::npos) {
             return EINVAL;
@@ -205,7 +194,8 @@ long long millisecondsOf(double seconds) {
         return 0;
     }
     const double ms = std::ceil(seconds * 1000.0);
-    return ms > 9e18 ? static_cast<long long>(9e18) : static_cast<long long>(ms);
+    // 2^63 is exactly a double; anything from there on is more than the count holds.
+    return ms >= 9223372036854775808.0 ? kForever : static_cast<long long>(ms);
 }
 
 } // namespace velcan

@@ -1,5 +1,5 @@
-// What a VelcanCommand holds between its setters and Run(), and the steps every system's Run()
-// shares. Internal.
+// What a VelcanCommand holds between its setters and Run(), and the checks that come before a
+// run. Internal.
 #ifndef VELCAN_PROCESS_COMMAND_STATE_H
 #define VELCAN_PROCESS_COMMAND_STATE_H
 
@@ -18,8 +18,8 @@ struct VelcanCommandState {
     std::string line;
     bool haveLine = false;
 
-    std::string folder;
-    bool haveFolder = false;
+    std::string directory;
+    bool haveDirectory = false;
     // In the order given; a later entry for a name wins. valueSet false removes the name.
     struct Change {
         std::string name;
@@ -42,24 +42,14 @@ struct VelcanCommandState {
     bool endOthersWithChild = false;
 };
 
-// The cancel's handle, for the runs.
-struct VelcanCancelAccess {
-    static long long handle(const VelcanCancel& c) { return c.handle_; }
-    static int error(const VelcanCancel& c) { return c.error_; }
-};
-
 namespace velcan {
 
 // A result that says the command was not run.
 VelcanRunResult notRun(VelcanRunEnd end, int error, long systemError);
 
-// Whether the run may start: false, with the result to give, when its cancel could not be made
-// (SetupFailed) or has been triggered already (Cancelled).
-bool cancelAllowsStart(const VelcanCommandState& command, VelcanRunResult* notStarted);
-
 // Refuses what no system can run: no command, a line LaunchBlockingProcess would refuse, a
-// variable name that is empty or holds '='. Returns 0 or the errno value (EINVAL, E2BIG,
-// ENOENT); on POSIX systems fills *argv with the words to run.
+// variable name that is empty or holds '=', a time limit or grace period that is negative or no
+// number. Returns 0 or the errno value (EINVAL, E2BIG, ENOENT), and fills *argv with the words.
 int checkCommand(const VelcanCommandState& command, std::vector<std::string>* argv);
 
 // The child's environment, "NAME=VALUE" entries: `inherited` (the caller's, in its order) with
@@ -68,8 +58,9 @@ std::vector<std::string> childEnvironment(const std::vector<std::string>& inheri
                                           const std::vector<VelcanCommandState::Change>& changes,
                                           bool foldCase);
 
-// A time in seconds as whole milliseconds, rounded up (at least 1 for any positive time); 0 for
-// none, a negative time or NaN; at most about 290 million years.
+// A time in seconds as whole milliseconds, rounded up (at least 1 for any positive time), or
+// kForever for one longer than a 64-bit count of milliseconds holds (infinity among them).
+const long long kForever = -1;
 long long millisecondsOf(double seconds);
 
 } // namespace velcan

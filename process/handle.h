@@ -1,50 +1,64 @@
-// A handle of the runner's own: closed once, on request or when its owner goes. Internal.
+// A descriptor (POSIX) or HANDLE (Windows) of the runner's own, closed once: on request or when
+// its owner goes. Internal.
 #ifndef VELCAN_PROCESS_HANDLE_H
 #define VELCAN_PROCESS_HANDLE_H
 
-#include <ace/config-lite.h>
+#include <cstdint>
 
 namespace velcan {
-namespace platform {
+namespace sys {
+
+// A system handle as a number: a descriptor, or a HANDLE's value.
+using Native = std::intptr_t;
+const Native kNone = -1;
 
 class Handle {
   public:
     Handle() = default;
-    explicit Handle(ACE_HANDLE handle) : handle_(handle) {}
+    explicit Handle(Native handle) : handle_(handle) {}
     Handle(const Handle&) = delete;
     Handle& operator=(const Handle&) = delete;
     Handle(Handle&& other) noexcept : handle_(other.release()) {}
-    Handle& operator=(Handle&& other) noexcept;
+    Handle& operator=(Handle&& other) noexcept {
+        if (this != &other) {
+            close();
+            handle_ = other.release();
+        }
+        return *this;
+    }
     // Closes what is still open; a failure here is not reported (call close() for that).
     ~Handle() { close(); }
 
-    ACE_HANDLE get() const { return handle_; }
-    bool valid() const { return handle_ != ACE_INVALID_HANDLE; }
+    Native get() const { return handle_; }
+    bool valid() const { return handle_ != kNone; }
     // Gives the handle up without closing it.
-    ACE_HANDLE release();
-    // Closes the handle now: 0, or the errno value of a close that failed. Closing an
-    // invalid or already closed handle does nothing and returns 0.
+    Native release() {
+        const Native handle = handle_;
+        handle_ = kNone;
+        return handle;
+    }
+    // Closes the handle now: 0, or the errno value of a close that failed. Closing no handle
+    // does nothing and returns 0.
     int close();
 
   private:
-    ACE_HANDLE handle_ = ACE_INVALID_HANDLE;
+    Native handle_ = kNone;
 };
 
-inline ACE_HANDLE Handle::release() {
-    const ACE_HANDLE handle = handle_;
-    handle_ = ACE_INVALID_HANDLE;
-    return handle;
-}
+// Keeps the caller's errno (and on Windows its last error) from here until it goes.
+class KeepCallersErrors {
+  public:
+    KeepCallersErrors();
+    ~KeepCallersErrors();
+    KeepCallersErrors(const KeepCallersErrors&) = delete;
+    KeepCallersErrors& operator=(const KeepCallersErrors&) = delete;
 
-inline Handle& Handle::operator=(Handle&& other) noexcept {
-    if (this != &other) {
-        close();
-        handle_ = other.release();
-    }
-    return *this;
-}
+  private:
+    int errno_;
+    unsigned long systemError_;
+};
 
-} // namespace platform
+} // namespace sys
 } // namespace velcan
 
 #endif

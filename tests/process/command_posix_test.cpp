@@ -1,7 +1,8 @@
 // VelcanCommand on POSIX systems: process groups and signals, the lookup of the program, the
-// descriptors and signal dispositions a child starts with.
+// descriptors and signal dispositions a child starts with, a caller that ignores SIGCHLD.
 #include <csignal>
 #include <cstdlib>
+#include <limits>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -17,6 +18,24 @@
 
 namespace {
 
+// Hands each piece on to `output`, and once it holds `ready`, triggers the cancel (once).
+class CancellingCollector : public Collector {
+  public:
+    CancellingCollector(std::string ready, VelcanCancel* cancel, Collector* output)
+        : ready_(std::move(ready)), cancel_(cancel), output_(output) {}
+    void onPiece() override {
+        output_->output = output;
+        if (output.find(ready_) != std::string::npos) {
+            cancel_->Cancel();
+        }
+    }
+
+  private:
+    std::string ready_;
+    VelcanCancel* cancel_;
+    Collector* output_;
+};
+
 VelcanRunResult run(std::vector<const char*> words, Collector* output, double limit = 0,
                     double grace = 1) {
     words.push_back(nullptr);
@@ -28,20 +47,19 @@ VelcanRunResult run(std::vector<const char*> words, Collector* output, double li
     return command.Run();
 }
 
-// Runs with a time limit that strikes once the child has written `ready` (how far it got before
-// the limit): on a busy machine the child may not get there in the first limit, so the limit is
-// raised until it does. The last run's result; its output in `output`.
-VelcanRunResult runUntilReadyThenLimited(const std::vector<const char*>& words, Collector* output,
-                                         const std::string& ready, double grace = 1) {
-    VelcanRunResult result{};
-    for (double limit = 0.3; limit < 100; limit *= 4) {
-        output->output.clear();
-        result = run(words, output, limit, grace);
-        if (output->output.find(ready) != std::string::npos) {
-            break;
-        }
-    }
-    return result;
+// Runs until the child has written `ready`, then cancels: the tree is whole when the run is
+// ended, however slowly it started. The result; the output in `output`.
+VelcanRunResult runUntilReadyThenCancel(std::vector<const char*> words, const std::string& ready,
+                                        Collector* output, double grace = 1) {
+    words.push_back(nullptr);
+    VelcanCancel cancel;
+    VelcanCommand command;
+    command.SetArguments(words.data());
+    command.SetCancel(&cancel);
+    command.SetGracePeriod(grace);
+    CancellingCollector watcher(ready, &cancel, output);
+    command.SetOutputObserver(&watcher);
+    return command.Run();
 }
 
 TEST(CommandPosix, ProgramIsLookedUpOnTheChildsPath) {
@@ -70,13 +88,13 @@ TEST(CommandPosix, ChildEndedByASignalIsSignaledWithItsNumber) {
     EXPECT_EQ(result.code, SIGABRT);
 }
 
-TEST(CommandPosix, TimeLimitEndsEveryProcessOfAShellsTree) {
+TEST(CommandPosix, EndingARunEndsEveryProcessOfAShellsTree) {
     Collector out;
-    const VelcanRunResult result = runUntilReadyThenLimited(
+    const VelcanRunResult result = runUntilReadyThenCancel(
         {"sh", "-c",
          "sleep 600 & echo $!; sleep 600 & echo $!; echo $$; echo ready; exec sleep 600"},
-        &out, "ready\n");
-    EXPECT_EQ(result.end, VelcanRunEnd::TimedOut);
+        "ready\n", &out);
+    EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
     EXPECT_EQ(result.code, SIGTERM);
     std::vector<long> pids;
     std::size_t from = 0;
@@ -94,11 +112,52 @@ TEST(CommandPosix, TimeLimitEndsEveryProcessOfAShellsTree) {
 TEST(CommandPosix, ChildThatIgnoresTermIsKilledAfterTheGrace) {
     Collector out;
     const std::string child = helperProgram("velcan_test_child");
-    const VelcanRunResult result = runUntilReadyThenLimited(
-        {child.c_str(), "ignore-term", "out", "ignoring\n", "sleep", "30000"}, &out, "ignoring\n",
+    const VelcanRunResult result = runUntilReadyThenCancel(
+        {child.c_str(), "ignore-term", "out", "ignoring\n", "sleep", "600000"}, "ignoring\n", &out,
         0.3);
-    EXPECT_EQ(result.end, VelcanRunEnd::TimedOut);
+    EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
     EXPECT_EQ(result.code, SIGKILL);
+}
+
+TEST(CommandPosix, GracePeriodLongerThanTheClockHoldsNeverKills) {
+    Collector out;
+    const std::string child = helperProgram("velcan_test_child");
+    // Ignoring SIGTERM, the child ends by itself 300 ms later: no SIGKILL may come first.
+    const VelcanRunResult result = runUntilReadyThenCancel(
+        {child.c_str(), "ignore-term", "out", "ignoring\n", "sleep", "300", "exit", "4"},
+        "ignoring\n", &out, std::numeric_limits<double>::infinity());
+    EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
+    EXPECT_EQ(result.code, 4);
+}
+
+TEST(CommandPosix, CallerThatIgnoresSigchldGetsNoSuccessItDidNotHave) {
+    for (int way = 0; way < 2; ++way) {
+        // SIG_IGN, or a handler with SA_NOCLDWAIT: either way the system keeps no status.
+        struct sigaction before;
+        struct sigaction noWait = {};
+        noWait.sa_handler = way == 0 ? SIG_IGN : [](int) {};
+        noWait.sa_flags = way == 0 ? 0 : SA_NOCLDWAIT;
+        sigaction(SIGCHLD, &noWait, &before);
+        Collector out;
+        const VelcanRunResult result = run({"sh", "-c", "echo ran; exit 5"}, &out);
+        sigaction(SIGCHLD, &before, nullptr);
+        EXPECT_EQ(out.output, "ran\n");
+        EXPECT_EQ(result.end, VelcanRunEnd::Exited) << way;
+        EXPECT_EQ(result.code, -1) << way;
+        EXPECT_EQ(result.error, ECHILD) << way;
+    }
+}
+
+TEST(CommandPosix, ChildStartsWithSigchldAtItsDefaultWhenTheCallerIgnoresIt) {
+    struct sigaction before;
+    struct sigaction ignore = {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGCHLD, &ignore, &before);
+    Collector out;
+    const VelcanRunResult result = run({"sh", "-c", "sh -c 'exit 3'; echo $?"}, &out);
+    sigaction(SIGCHLD, &before, nullptr);
+    EXPECT_EQ(out.output, "3\n");
+    EXPECT_EQ(result.code, -1); // the run's own child is still reaped by the system
 }
 
 TEST(CommandPosix, NoGraceKillsAtOnce) {

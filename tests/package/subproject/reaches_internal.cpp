@@ -1,5 +1,5 @@
 // The library's internal headers are not on an application's include path.
-#include "process/platform.h"
+#include "process/pipe.h"
 
 int main() {
     return 0;

@@ -1,20 +1,16 @@
-// The runner on Linux: close_range, getdents64 on /proc/self/fd, pipe2, eventfd and fork
-// with exec.
-#include "process/platform.h"
+// LaunchBlockingProcess's child on POSIX systems: ACE's process object forks, and the child
+// moves its handles into 0-2, marks everything else close-on-exec and runs the program with
+// execvp, reporting a failure through an eventfd.
+#include "process/ace_child.h"
 
 #include <cerrno>
-#include <climits>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,21 +18,10 @@
 #include <ace/Process.h>
 
 #include "process/options.h"
+#include "process/posix.h"
 
 namespace velcan {
-namespace platform {
-
-int aboveStandardHandles(int fd) {
-    if (fd < 0 || fd > 2) {
-        return fd;
-    }
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, 3);
-    const int saved = errno;
-    close(fd);
-    errno = saved;
-    return moved;
-}
-
+namespace sys {
 namespace {
 
 // Marks every descriptor above 2 close-on-exec by listing /proc/self/fd with getdents64,
@@ -152,35 +137,7 @@ int waitFor(ACE_Process& process, int* exitCode) {
 
 } // namespace
 
-int Handle::close() {
-    const ACE_HANDLE handle = release();
-    if (handle != ACE_INVALID_HANDLE && ::close(handle) != 0) {
-        return errno;
-    }
-    return 0;
-}
-
-int createPipe(Pipe* pipe) {
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) {
-        return errno;
-    }
-    pipe->readEnd = Handle(aboveStandardHandles(fds[0]));
-    const int readError = errno;
-    pipe->writeEnd = Handle(aboveStandardHandles(fds[1]));
-    const int writeError = errno;
-    if (!pipe->readEnd.valid()) {
-        pipe->writeEnd.close();
-        return readError;
-    }
-    if (!pipe->writeEnd.valid()) {
-        pipe->readEnd.close();
-        return writeError;
-    }
-    return 0;
-}
-
-struct Child::State {
+struct AceChild::State {
     ExecProcess process;
     // Kept until the child has run the program or ended: freed earlier, this process's
     // writes to memory it still shares with the child would be copied on the child's way
@@ -196,11 +153,11 @@ struct Child::State {
     int exitCode = 0;
 };
 
-Child::Child() : state_(new State) {}
+AceChild::AceChild() : state_(new State) {}
 
-Child::~Child() = default;
+AceChild::~AceChild() = default;
 
-int Child::start(const char* commandLine, ACE_HANDLE output) {
+int AceChild::start(const char* commandLine, Native output) {
     State& s = *state_;
     s.options = makeProcessOptions(commandLine);
     s.nullDevice = Handle(aboveStandardHandles(ACE_OS::open("/dev/null", O_RDONLY | O_CLOEXEC)));
@@ -212,9 +169,9 @@ int Child::start(const char* commandLine, ACE_HANDLE output) {
         return errno;
     }
     s.process.options = s.options.get();
-    s.process.input = s.nullDevice.get();
-    s.process.output = output;
-    s.process.status = s.status.get();
+    s.process.input = static_cast<ACE_HANDLE>(s.nullDevice.get());
+    s.process.output = static_cast<ACE_HANDLE>(output);
+    s.process.status = static_cast<ACE_HANDLE>(s.status.get());
     // Worked out here: the child must not allocate.
     s.process.argv = s.options->command_line_argv();
     s.process.program = s.options->process_name();
@@ -226,13 +183,13 @@ int Child::start(const char* commandLine, ACE_HANDLE output) {
     return 0;
 }
 
-int Child::confirmStart(ACE_HANDLE readEnd) {
+int AceChild::confirmStart(Native readEnd) {
     State& s = *state_;
     // The counter is final once the child has run the program or ended: with output to
     // read, its first byte or its end comes after either, and this thread does not wake at
     // the exec itself while the new program starts up. Without, once the child has ended.
-    if (readEnd != ACE_INVALID_HANDLE) {
-        pollfd ready = {readEnd, POLLIN, 0};
+    if (readEnd != kNone) {
+        pollfd ready = {static_cast<int>(readEnd), POLLIN, 0};
         while (poll(&ready, 1, -1) < 0 && errno == EINTR) {
         }
     } else {
@@ -242,7 +199,7 @@ int Child::confirmStart(ACE_HANDLE readEnd) {
     uint64_t reason = 0;
     ssize_t n;
     do {
-        n = read(s.status.get(), &reason, sizeof reason);
+        n = read(static_cast<int>(s.status.get()), &reason, sizeof reason);
     } while (n < 0 && errno == EINTR);
     s.status.close();
     // Nothing to read (EAGAIN): the program ran.
@@ -255,12 +212,12 @@ int Child::confirmStart(ACE_HANDLE readEnd) {
     return static_cast<int>(reason);
 }
 
-int Child::releaseStart() {
+int AceChild::releaseStart() {
     state_->options.reset();
     return state_->nullDevice.close();
 }
 
-int Child::wait(int* exitCode) {
+int AceChild::wait(int* exitCode) {
     State& s = *state_;
     if (!s.waited) {
         s.waitError = waitFor(s.process, &s.exitCode);
@@ -272,18 +229,5 @@ int Child::wait(int* exitCode) {
     return s.waitError;
 }
 
-int readPipe(ACE_HANDLE handle, char* buffer, size_t size, size_t* count) {
-    for (;;) {
-        const ssize_t n = read(handle, buffer, size);
-        if (n >= 0) {
-            *count = static_cast<size_t>(n);
-            return 0;
-        }
-        if (errno != EINTR) {
-            return errno;
-        }
-    }
-}
-
-} // namespace platform
+} // namespace sys
 } // namespace velcan

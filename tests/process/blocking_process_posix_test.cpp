@@ -264,3 +264,22 @@ TEST(Runner, InterruptedReadsAndWaitAreRetried) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(Runner, CallerThatIgnoresSigchldGets127WithNoChildProcesses) {
+    // The system reaps the child as it ends and keeps no status: the wait fails, so the call
+    // says 127 with ECHILD rather than a code the child never gave.
+    struct sigaction before;
+    struct sigaction ignore = {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGCHLD, &ignore, &before);
+    errno = 0;
+    const Result result = launch("sh -c 'echo ran; exit 5'");
+    const int error = errno;
+    sigaction(SIGCHLD, &before, nullptr);
+    EXPECT_EQ(result, (Result{127, "ran\n"}));
+    EXPECT_EQ(error, ECHILD);
+}
+
+} // namespace

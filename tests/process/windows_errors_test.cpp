@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include "process/platform.h"
+#include "process/win32.h"
 
 namespace {
 
-using velcan::platform::errnoFromWindowsError;
+using velcan::sys::errnoFromWindowsError;
 
 TEST(WindowsErrors, PathNotFoundBecomesNoSuchFile) {
     EXPECT_EQ(errnoFromWindowsError(3), ENOENT);

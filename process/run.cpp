@@ -1,0 +1,341 @@
+// VelcanCommand::Run: one run, in the order it happens, on the caller's thread, over the system's
+// pipes, wait set and child (pipe.h, wait_set.h, child.h).
+#include "velcan/process/command.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <string>
+#include <vector>
+
+#include "process/child.h"
+#include "process/command_state.h"
+#include "process/pipe.h"
+#include "process/relay.h"
+#include "process/wait_set.h"
+
+namespace velcan {
+namespace {
+
+using sys::Channel;
+using sys::Io;
+
+long long nowMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+// `ms` after `now`, or kForever for no time or more than the clock holds.
+long long after(long long now, long long ms) {
+    return ms == kForever || ms > LLONG_MAX - now ? kForever : now + ms;
+}
+
+// How long to wait for the earliest of the times given, from `now`; kForever for none.
+struct Timeout {
+    explicit Timeout(long long from) : now(from) {}
+    long long now;
+    long long ms = kForever;
+    void until(long long when) {
+        if (when != kForever) {
+            const long long left = std::max(when - now, 0LL);
+            ms = ms == kForever ? left : std::min(ms, left);
+        }
+    }
+};
+
+// One of the child's output streams, relayed to its observer.
+struct OutputStream {
+    Channel channel;
+    IBlockingProcessObserver* observer = nullptr;
+    Relay relay{nullptr};
+
+    long open(IBlockingProcessObserver* to, sys::Handle* childEnd) {
+        observer = to;
+        relay = Relay(to);
+        return channel.open(true, childEnd);
+    }
+
+    // Reads and hands on what is there, at most 16 pieces, so that a child that writes without
+    // pause cannot keep the run from its time limit and cancel. The first failure of a read
+    // goes to *error.
+    void pump(long* error) {
+        for (int reads = 0; reads < 16 && channel.isOpen() && !channel.isPending(); ++reads) {
+            if (!relay.askForRoom()) {
+                channel.close();
+                return;
+            }
+            std::size_t n = 0;
+            const Io io = channel.read(relay.room(), relay.roomSize(), &n, error);
+            take(io, n);
+        }
+    }
+    void fired(long* error) {
+        if (channel.isPending()) {
+            std::size_t n = 0;
+            const Io io = channel.complete(&n, error);
+            take(io, n);
+        }
+        pump(error);
+    }
+
+  private:
+    void take(Io io, std::size_t n) {
+        if (io == Io::Done && n > 0) {
+            relay.deliver(n);
+        } else if (io == Io::Ended) {
+            channel.close();
+        }
+    }
+};
+
+// The input from memory, written as the child takes it, then closed.
+struct InputStream {
+    Channel channel;
+    const char* next = nullptr;
+    std::size_t left = 0;
+
+    void pump() {
+        while (channel.isOpen() && !channel.isPending() && left > 0) {
+            std::size_t n = 0;
+            const Io io = channel.write(next, std::min<std::size_t>(left, 1 << 16), &n);
+            take(io, n);
+        }
+        if (left == 0) {
+            channel.close();
+        }
+    }
+    void fired() {
+        if (channel.isPending()) {
+            std::size_t n = 0;
+            long ignored = 0;
+            const Io io = channel.complete(&n, &ignored);
+            take(io, n);
+        }
+        pump();
+    }
+
+  private:
+    void take(Io io, std::size_t n) {
+        if (io == Io::Done) {
+            next += n;
+            left -= n;
+        } else if (io == Io::Ended) {
+            channel.close(); // the child closed its end
+            left = 0;
+        }
+    }
+};
+
+class Run {
+  public:
+    explicit Run(const VelcanCommandState& command) : command_(command), started_(nowMs()) {}
+    VelcanRunResult go();
+
+  private:
+    enum class Phase { Running, Terminating, Killed };
+
+    long setUpStreams(sys::StandardHandles* child);
+    void relayAndWait();
+    void end(VelcanRunEnd why);
+    void killAfterGrace(long long now);
+    VelcanRunResult result();
+
+    const VelcanCommandState& command_;
+    const long long started_;
+    sys::Child child_;
+    OutputStream output_;
+    OutputStream errors_;
+    InputStream input_;
+    sys::Native cancel_ = sys::kNone;
+    Phase phase_ = Phase::Running;
+    // TimedOut or Cancelled once the limit or the cancel ended the run; Exited till then.
+    VelcanRunEnd endedBy_ = VelcanRunEnd::Exited;
+    bool childEnded_ = false;
+    long long killAt_ = kForever;
+    long long stopReadingAt_ = kForever;
+    long error_ = 0;
+};
+
+VelcanRunResult Run::go() {
+    // The command, and a cancel that allows a start.
+    std::vector<std::string> argv;
+    if (int refusal = checkCommand(command_, &argv)) {
+        return notRun(VelcanRunEnd::Refused, refusal, refusal);
+    }
+    if (command_.cancel != nullptr) {
+        if (int error = VelcanCancelAccess::error(*command_.cancel)) {
+            return notRun(VelcanRunEnd::SetupFailed, error, error);
+        }
+        if (command_.cancel->IsCancelled()) {
+            return notRun(VelcanRunEnd::Cancelled, ECANCELED, ECANCELED);
+        }
+        cancel_ = VelcanCancelAccess::handle(*command_.cancel);
+    }
+    // The streams, then the child, which takes its ends of them.
+    sys::StandardHandles handles;
+    if (long error = setUpStreams(&handles)) {
+        return notRun(VelcanRunEnd::SetupFailed, sys::errnoOf(error), error);
+    }
+    VelcanRunResult notStarted{};
+    if (!child_.start(command_, argv, &handles, &notStarted)) {
+        return notStarted;
+    }
+    relayAndWait();
+    // Whatever of an ended run is left (a process that ignored SIGTERM and closed its output)
+    // is killed before the child is reaped and its id stops naming the group.
+    if (phase_ == Phase::Terminating) {
+        child_.endTree(false);
+    }
+    return result();
+}
+
+long Run::setUpStreams(sys::StandardHandles* child) {
+    long error = 0;
+    switch (command_.input) {
+    case VelcanCommandState::Input::NullDevice:
+        error = sys::openNullDevice(false, &child->input);
+        break;
+    case VelcanCommandState::Input::File:
+        error = sys::openInputFile(command_.inputFile, &child->input);
+        break;
+    case VelcanCommandState::Input::Inherited:
+        error = sys::duplicateStandardInput(&child->input);
+        break;
+    case VelcanCommandState::Input::Bytes:
+        error = input_.channel.open(false, &child->input);
+        input_.next = command_.inputBytes;
+        input_.left = command_.inputSize;
+        break;
+    }
+    if (error != 0) {
+        return error;
+    }
+    // No output observer: the null device. No error observer: errors go with the output.
+    error = command_.output == nullptr ? sys::openNullDevice(true, &child->output)
+                                       : output_.open(command_.output, &child->output);
+    if (error == 0 && command_.errors != nullptr) {
+        error = errors_.open(command_.errors, &child->errors);
+    }
+    return error;
+}
+
+void Run::relayAndWait() {
+    const long long deadline = after(started_, millisecondsOf(command_.timeLimit));
+    const bool limited = command_.timeLimit > 0 && deadline != kForever;
+    input_.pump();
+    output_.pump(&error_);
+    errors_.pump(&error_);
+    for (;;) {
+        const bool reading = output_.channel.isOpen() || errors_.channel.isOpen();
+        if (!reading && childEnded_) {
+            return;
+        }
+        const long long now = nowMs();
+        if (phase_ == Phase::Running && limited && now >= deadline) {
+            end(VelcanRunEnd::TimedOut);
+        }
+        if (phase_ == Phase::Terminating && killAt_ != kForever && now >= killAt_) {
+            killAfterGrace(now);
+        }
+        if (phase_ == Phase::Killed && reading && now >= stopReadingAt_) {
+            output_.channel.close();
+            errors_.channel.close();
+            continue;
+        }
+
+        // The cancel first: where one ready thing is told at a time, a busy stream cannot hide it.
+        sys::WaitSet waits;
+        const int cancel = waits.add(phase_ == Phase::Running ? cancel_ : sys::kNone);
+        const int out = waits.add(output_.channel);
+        const int err = waits.add(errors_.channel);
+        const int in = waits.add(input_.channel);
+        const int ended = waits.add(childEnded_ ? sys::kNone : child_.endWaitable());
+        Timeout timeout(now);
+        if (phase_ == Phase::Running && limited) {
+            timeout.until(deadline);
+        }
+        if (phase_ == Phase::Terminating) {
+            timeout.until(killAt_);
+        }
+        if (phase_ == Phase::Killed && reading) {
+            timeout.until(stopReadingAt_);
+        }
+        if (!childEnded_ && child_.endWaitable() == sys::kNone) {
+            timeout.until(now + 50);
+        }
+        waits.wait(timeout.ms);
+
+        if (waits.fired(cancel)) {
+            end(VelcanRunEnd::Cancelled);
+        }
+        if (waits.fired(in)) {
+            input_.fired();
+        }
+        if (waits.fired(out)) {
+            output_.fired(&error_);
+        }
+        if (waits.fired(err)) {
+            errors_.fired(&error_);
+        }
+        if (!childEnded_ && (waits.fired(ended) ||
+                             (child_.endWaitable() == sys::kNone && child_.hasEnded()))) {
+            childEnded_ = true;
+            input_.channel.close();
+            if (command_.endOthersWithChild) {
+                end(VelcanRunEnd::Exited);
+            }
+        }
+    }
+}
+
+// Ends the child's whole tree: gently first where there is a grace period and the system has a
+// gentle end, for good once the grace is over.
+void Run::end(VelcanRunEnd why) {
+    if (phase_ != Phase::Running) {
+        return;
+    }
+    endedBy_ = why;
+    input_.channel.close();
+    const long long now = nowMs();
+    const long long grace = millisecondsOf(command_.gracePeriod);
+    if (grace != 0 && !child_.endTree(true)) {
+        phase_ = Phase::Terminating;
+        killAt_ = after(now, grace);
+        return;
+    }
+    if (grace == 0) {
+        child_.endTree(false);
+    }
+    phase_ = Phase::Killed;
+    // What still holds the output now is outside the group or job, out of the run's reach.
+    stopReadingAt_ = now + 250;
+}
+
+void Run::killAfterGrace(long long now) {
+    child_.endTree(false);
+    phase_ = Phase::Killed;
+    stopReadingAt_ = now + 250;
+}
+
+VelcanRunResult Run::result() {
+    VelcanRunResult result = child_.reap();
+    if (result.error == 0 && error_ != 0) {
+        result.error = sys::errnoOf(error_);
+        result.systemError = error_;
+    }
+    if (endedBy_ != VelcanRunEnd::Exited) {
+        result.end = endedBy_;
+    }
+    return result;
+}
+
+} // namespace
+} // namespace velcan
+
+VelcanRunResult VelcanCommand::Run() {
+    const velcan::sys::KeepCallersErrors kept;
+    velcan::Run run(*state_);
+    return run.go();
+}
