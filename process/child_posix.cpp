@@ -146,8 +146,8 @@ bool Child::start(const VelcanCommandState& command, const std::vector<std::stri
     std::vector<std::string> environment = childEnvironment(inherited, command.environment, false);
     Handle directory;
     if (command.haveDirectory) {
-        directory = Handle(
-            aboveStandardHandles(open(command.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+        directory = Handle(aboveStandardHandles(
+            open(command.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
         if (!directory.valid()) {
             *notStarted = setupFailed(errno);
             return false;
@@ -170,8 +170,8 @@ bool Child::start(const VelcanCommandState& command, const std::vector<std::stri
     *handles = StandardHandles();
     if (error != 0) {
         const bool setup = error == EAGAIN || error == ENOMEM || error == EMFILE || error == ENFILE;
-        *notStarted = setup ? setupFailed(error)
-                            : notRun(VelcanRunEnd::ProgramNotStarted, error, error);
+        *notStarted =
+            setup ? setupFailed(error) : notRun(VelcanRunEnd::ProgramNotStarted, error, error);
         return false;
     }
     state_->pid = pid;

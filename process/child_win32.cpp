@@ -133,7 +133,8 @@ Child::~Child() = default;
 
 bool Child::start(const VelcanCommandState& command, const std::vector<std::string>& argv,
                   StandardHandles* handles, VelcanRunResult* notStarted) {
-    const VelcanRunResult notUtf8 = notRun(VelcanRunEnd::Refused, EINVAL, ERROR_NO_UNICODE_TRANSLATION);
+    const VelcanRunResult notUtf8 =
+        notRun(VelcanRunEnd::Refused, EINVAL, ERROR_NO_UNICODE_TRANSLATION);
     const std::vector<std::string> environment =
         childEnvironment(callersEnvironment(), command.environment, true);
     std::wstring program;
@@ -229,9 +230,9 @@ bool Child::start(const VelcanCommandState& command, const std::vector<std::stri
             : createError == ERROR_NOT_ENOUGH_MEMORY || createError == ERROR_NO_SYSTEM_RESOURCES
                 ? ENOMEM
                 : ENOEXEC;
-        *notStarted = notRun(error == ENOMEM ? VelcanRunEnd::SetupFailed
-                                             : VelcanRunEnd::ProgramNotStarted,
-                             error, static_cast<long>(createError));
+        *notStarted =
+            notRun(error == ENOMEM ? VelcanRunEnd::SetupFailed : VelcanRunEnd::ProgramNotStarted,
+                   error, static_cast<long>(createError));
         return false;
     }
     s.process = Handle(own(info.hProcess));

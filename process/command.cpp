@@ -155,7 +155,7 @@ std::vector<std::string> childEnvironment(const std::vector<std::string>& inheri
     };
     std::vector<bool> placed(changes.size(), false);
     for (const std::string& entry : inherited) {
-        // Windows keeps per-drive folders as "=C:=C:\\...": a name cannot be empty, so the
+        // Windows keeps per-drive directories as "=C:=C:\\...": a name cannot be empty, so the
         // '=' looked for is the first after the first character.
         const std::size_t equals = entry.find('=', entry.empty() ? 0 : 1);
         const std::size_t length = equals == std::string::npos ? entry.size() : equals;

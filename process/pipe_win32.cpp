@@ -51,7 +51,8 @@ std::string utf8(const std::wstring& text) {
         return std::string();
     }
     const int length = static_cast<int>(text.size());
-    const int n = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    const int n =
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
     std::string out(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text.data(), length, &out[0], n, nullptr, nullptr);
     return out;
@@ -162,11 +163,11 @@ long Channel::open(bool fromChild, Handle* childEnd) {
         swprintf(name, 128, L"\\\\.\\pipe\\velcan-%lu-%lu-%p-%lld-%d", GetCurrentProcessId(),
                  GetCurrentThreadId(), static_cast<void*>(this),
                  static_cast<long long>(now.QuadPart), attempt);
-        HANDLE server = CreateNamedPipeW(
-            name,
-            (fromChild ? PIPE_ACCESS_INBOUND : PIPE_ACCESS_OUTBOUND) | FILE_FLAG_OVERLAPPED |
-                FILE_FLAG_FIRST_PIPE_INSTANCE,
-            PIPE_TYPE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1, 65536, 65536, 0, nullptr);
+        HANDLE server = CreateNamedPipeW(name,
+                                         (fromChild ? PIPE_ACCESS_INBOUND : PIPE_ACCESS_OUTBOUND) |
+                                             FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
+                                         PIPE_TYPE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1,
+                                         65536, 65536, 0, nullptr);
         if (server == INVALID_HANDLE_VALUE) {
             const DWORD error = GetLastError();
             if ((error == ERROR_ACCESS_DENIED || error == ERROR_PIPE_BUSY) && attempt < 100) {
@@ -175,7 +176,8 @@ long Channel::open(bool fromChild, Handle* childEnd) {
             return static_cast<long>(error);
         }
         s.pipe = Handle(own(server));
-        if (long error = openInheritable(name, fromChild ? GENERIC_WRITE : GENERIC_READ, childEnd)) {
+        if (long error =
+                openInheritable(name, fromChild ? GENERIC_WRITE : GENERIC_READ, childEnd)) {
             s.pipe.close();
             return error;
         }
@@ -223,9 +225,10 @@ Io Channel::read(char* buffer, std::size_t size, std::size_t* count, long* error
     State& s = *state_;
     s.overlapped = OVERLAPPED();
     s.overlapped.hEvent = handleOf(s.event.get());
+    ResetEvent(s.overlapped.hEvent);
     DWORD n = 0;
-    const BOOL done = ReadFile(handleOf(s.pipe.get()), buffer, static_cast<DWORD>(size), &n,
-                               &s.overlapped);
+    const BOOL done =
+        ReadFile(handleOf(s.pipe.get()), buffer, static_cast<DWORD>(size), &n, &s.overlapped);
     if (done) {
         SetEvent(handleOf(s.event.get()));
     }
@@ -236,10 +239,11 @@ Io Channel::write(const char* bytes, std::size_t size, std::size_t* count) {
     State& s = *state_;
     s.overlapped = OVERLAPPED();
     s.overlapped.hEvent = handleOf(s.event.get());
+    ResetEvent(s.overlapped.hEvent);
     DWORD n = 0;
     long ignored = 0;
-    const BOOL done = WriteFile(handleOf(s.pipe.get()), bytes, static_cast<DWORD>(size), &n,
-                                &s.overlapped);
+    const BOOL done =
+        WriteFile(handleOf(s.pipe.get()), bytes, static_cast<DWORD>(size), &n, &s.overlapped);
     return outcome(done, n, count, &ignored, &s.pending);
 }
 

@@ -279,8 +279,8 @@ void Run::relayAndWait() {
         if (waits.fired(err)) {
             errors_.fired(&error_);
         }
-        if (!childEnded_ && (waits.fired(ended) ||
-                             (child_.endWaitable() == sys::kNone && child_.hasEnded()))) {
+        if (!childEnded_ &&
+            (waits.fired(ended) || (child_.endWaitable() == sys::kNone && child_.hasEnded()))) {
             childEnded_ = true;
             input_.channel.close();
             if (command_.endOthersWithChild) {

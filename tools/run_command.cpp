@@ -106,7 +106,7 @@ class StdoutRelay : public IBlockingProcessObserver {
 
 // What velcan itself needs of run's options; the rest go straight to the command.
 struct RunOptions {
-    const char* folder = nullptr;
+    const char* directory = nullptr;
     const char* input = nullptr;
 };
 
@@ -145,16 +145,18 @@ int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* comma
             char* end = nullptr;
             errno = 0;
             const double seconds = std::strtod(value.c_str(), &end);
-            if (value.empty() || *end != '\0' || errno != 0 || !std::isfinite(seconds) ||
-                seconds < 0 || value.find_first_of("xXnN") != std::string::npos) {
+            // As timeout(1): "inf" and what is longer than the clock holds are no limit.
+            if (value.empty() || *end != '\0' || (errno != 0 && errno != ERANGE) ||
+                std::isnan(seconds) || seconds < 0 ||
+                value.find_first_of("xX") != std::string::npos) {
                 return runUsageError("--timeout expects a number of seconds, such as 10 or 0.5; "
                                      "got '" +
                                      value + "'");
             }
             command->SetTimeLimit(seconds);
         } else if (name == "--cwd") {
-            options->folder = args[i] + (equals != std::string::npos ? equals + 1 : 0);
-            command->SetWorkingDirectory(options->folder);
+            options->directory = args[i] + (equals != std::string::npos ? equals + 1 : 0);
+            command->SetWorkingDirectory(options->directory);
         } else if (name == "--env") {
             const std::size_t at = value.find('=');
             if (at == std::string::npos || at == 0) {
@@ -203,15 +205,16 @@ int takeInput(const char* input, VelcanCommand* command) {
 // Why the run did not start, as the user is told it.
 std::string whyNot(const VelcanRunResult& result, const RunOptions& options,
                    const Arguments& words) {
-    // The folder is the likely cause of a failed setup: named when it is.
-    if (result.end == VelcanRunEnd::SetupFailed && options.folder != nullptr) {
+    // The directory is the likely cause of a failed setup: named when it is.
+    if (result.end == VelcanRunEnd::SetupFailed && options.directory != nullptr) {
 #if defined(_WIN32)
-        const bool folderMissing = _access(options.folder, 0) != 0;
+        const bool directoryMissing = _access(options.directory, 0) != 0;
 #else
-        const bool folderMissing = access(options.folder, X_OK) != 0;
+        const bool directoryMissing = access(options.directory, X_OK) != 0;
 #endif
-        if (folderMissing) {
-            return std::string("cannot change to ") + options.folder + ": " + std::strerror(errno);
+        if (directoryMissing) {
+            return std::string("cannot change to ") + options.directory + ": " +
+                   std::strerror(errno);
         }
     }
     if (result.end == VelcanRunEnd::Refused) {
@@ -254,6 +257,11 @@ int runCommand(const Arguments& args) {
     }
     switch (result.end) {
     case VelcanRunEnd::Exited:
+        if (result.code < 0) {
+            reportError("the command ended, but how is not known: velcan was started with "
+                        "SIGCHLD ignored");
+            return kOwnFailure;
+        }
         return result.code;
     case VelcanRunEnd::Signaled:
 #if defined(_WIN32)

@@ -101,17 +101,17 @@ std::wstring longPath(const std::string& path) {
     return L"\\\\?\\" + wide;
 }
 
-// Removes a folder and what is in it, however long its paths (cmd's rd does not reach there).
-void removeTree(const std::wstring& folder) {
+// Removes a directory and what is in it, however long its paths (cmd's rd does not reach there).
+void removeTree(const std::wstring& directory) {
     WIN32_FIND_DATAW entry;
-    const HANDLE find = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+    const HANDLE find = FindFirstFileW((directory + L"\\*").c_str(), &entry);
     if (find != INVALID_HANDLE_VALUE) {
         do {
             const std::wstring name = entry.cFileName;
             if (name == L"." || name == L"..") {
                 continue;
             }
-            const std::wstring path = folder + L"\\" + name;
+            const std::wstring path = directory + L"\\" + name;
             if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
                 removeTree(path);
             } else {
@@ -120,50 +120,50 @@ void removeTree(const std::wstring& folder) {
         } while (FindNextFileW(find, &entry));
         FindClose(find);
     }
-    RemoveDirectoryW(folder.c_str());
+    RemoveDirectoryW(directory.c_str());
 }
 
-// A folder of the test's own, removed with what is in it.
-struct TempFolder {
-    TempFolder() {
+// A directory of the test's own, removed with what is in it.
+struct TempDirectory {
+    TempDirectory() {
         char name[MAX_PATH + 1];
         if (GetTempFileNameA(existingDirectory().c_str(), "vdr", 0, name) == 0) {
-            std::abort(); // never a folder of no name: removing it would empty another
+            std::abort(); // never a directory of no name: removing it would empty another
         }
         DeleteFileA(name);
         CreateDirectoryA(name, nullptr);
         path = name;
     }
-    ~TempFolder() { removeTree(longPath(path)); }
+    ~TempDirectory() { removeTree(longPath(path)); }
     std::string path;
 };
 
-// Runs with the current folder set to `folder` for the length of the call.
-Result launchIn(const std::string& folder, const std::string& command) {
+// Runs with the current directory set to `directory` for the length of the call.
+Result launchIn(const std::string& directory, const std::string& command) {
     char saved[MAX_PATH + 1];
     GetCurrentDirectoryA(sizeof saved, saved);
-    SetCurrentDirectoryA(folder.c_str());
+    SetCurrentDirectoryA(directory.c_str());
     const Result r = launch(command);
     SetCurrentDirectoryA(saved);
     return r;
 }
 
-// A program is looked for in the current folder before the system folders: a file of the
+// A program is looked for in the current directory before the system directories: a file of the
 // same name there runs in place of the system's. A full path runs the one it names.
-TEST(WindowsRunner, ProgramInTheCurrentFolderRunsInPlaceOfTheSystemsAndAFullPathAvoidsIt) {
-    TempFolder folder;
+TEST(WindowsRunner, ProgramInTheCurrentDirectoryRunsInPlaceOfTheSystemsAndAFullPathAvoidsIt) {
+    TempDirectory directory;
     ASSERT_TRUE(CopyFileA(helperProgram("velcan_test_child").c_str(),
-                          (folder.path + "\\cmd.exe").c_str(), FALSE));
-    EXPECT_EQ(launchIn(folder.path, "cmd out planted"), (Result{0, "planted"}));
+                          (directory.path + "\\cmd.exe").c_str(), FALSE));
+    EXPECT_EQ(launchIn(directory.path, "cmd out planted"), (Result{0, "planted"}));
     char system[MAX_PATH + 1];
     const UINT n = GetSystemDirectoryA(system, sizeof system);
     const std::string systemCmd = std::string(system, n) + "\\cmd.exe";
-    EXPECT_EQ(launchIn(folder.path, systemCmd + " /c echo system"), (Result{0, "system\r\n"}));
+    EXPECT_EQ(launchIn(directory.path, systemCmd + " /c echo system"), (Result{0, "system\r\n"}));
 }
 
 // A batch file that prints each of its first three arguments as cmd hands them to it.
-std::string argumentPrinter(const std::string& folder, const char* name) {
-    const std::string path = folder + "\\" + name;
+std::string argumentPrinter(const std::string& directory, const char* name) {
+    const std::string path = directory + "\\" + name;
     FILE* file = std::fopen(path.c_str(), "wb");
     std::fputs("@echo off\r\necho [%1] [%2] [%3]\r\n", file);
     std::fclose(file);
@@ -171,10 +171,10 @@ std::string argumentPrinter(const std::string& folder, const char* name) {
 }
 
 TEST(WindowsRunner, BatchAndCmdFilesRunWithTheirArgumentsAsCmdReadsThem) {
-    TempFolder folder;
+    TempDirectory directory;
     for (const char* name : {"args.bat", "args.cmd"}) {
         // Double quotes group and stay with the argument.
-        EXPECT_EQ(launch(argumentPrinter(folder.path, name) + " \"a b\" plain x"),
+        EXPECT_EQ(launch(argumentPrinter(directory.path, name) + " \"a b\" plain x"),
                   (Result{0, "[\"a b\"] [plain] [x]\r\n"}))
             << name;
     }
@@ -191,17 +191,17 @@ TEST(WindowsRunner, ACProgramReceivesSpecialCharactersAsTheyAre) {
 // file's command and starts another. This is why text from elsewhere must never become a
 // batch file's argument.
 TEST(WindowsRunner, AnAmpersandInABatchFilesArgumentRunsAnotherCommand) {
-    TempFolder folder;
-    EXPECT_EQ(launch(argumentPrinter(folder.path, "args.bat") + " a&echo injected"),
+    TempDirectory directory;
+    EXPECT_EQ(launch(argumentPrinter(directory.path, "args.bat") + " a&echo injected"),
               (Result{0, "[a] [] []\r\ninjected\r\n"}));
 }
 
 // A program whose full path is longer than MAX_PATH (260 characters) is not found: 127 with
 // ENOENT, never another program and never a crash.
 TEST(WindowsRunner, ProgramPathLongerThanMaxPathGives127WithNoSuchFile) {
-    TempFolder folder;
+    TempDirectory directory;
     // Made through the wide functions with the \\?\\ prefix, which alone take such paths.
-    std::string path = folder.path;
+    std::string path = directory.path;
     while (path.size() < 280) {
         path += "\\" + std::string(40, 'd');
         ASSERT_TRUE(CreateDirectoryW(longPath(path).c_str(), nullptr)) << path;
@@ -222,14 +222,14 @@ std::string ansiLetter() {
     return n > 0 && !lost ? std::string(letter, static_cast<size_t>(n)) : std::string();
 }
 
-// Paths as users have them: a program and a history file in a "Program Files"-like folder
+// Paths as users have them: a program and a history file in a "Program Files"-like directory
 // whose name has spaces, parentheses and a letter outside ASCII. The program is named in
 // double quotes; the history file is read by name.
-TEST(WindowsPaths, ProgramAndHistoryInAFolderWithSpacesAndANonAsciiLetterWork) {
-    TempFolder folder;
+TEST(WindowsPaths, ProgramAndHistoryInADirectoryWithSpacesAndANonAsciiLetterWork) {
+    TempDirectory directory;
     const std::string letter = ansiLetter();
     ASSERT_FALSE(letter.empty()) << "code page " << GetACP() << " has no e with an acute accent";
-    const std::string programs = folder.path + "\\Program Files (x86)";
+    const std::string programs = directory.path + "\\Program Files (x86)";
     const std::string tools = programs + "\\Velcan Caf" + letter + " Tools";
     ASSERT_TRUE(CreateDirectoryA(programs.c_str(), nullptr));
     ASSERT_TRUE(CreateDirectoryA(tools.c_str(), nullptr));

@@ -23,7 +23,7 @@ VelcanRunResult run(std::vector<const char*> words, Collector* output) {
     return command.Run();
 }
 
-TEST(CommandExecFailure, FolderAsProgramIsNotStartedWithEACCES) {
+TEST(CommandExecFailure, DirectoryAsProgramIsNotStartedWithEACCES) {
     Collector out;
     const VelcanRunResult result = run({"/tmp"}, &out);
     EXPECT_EQ(result.end, VelcanRunEnd::ProgramNotStarted);
@@ -31,26 +31,26 @@ TEST(CommandExecFailure, FolderAsProgramIsNotStartedWithEACCES) {
 }
 
 TEST(CommandExecFailure, FileWithoutExecutePermissionIsNotStartedWithEACCES) {
-    const std::string folder = temporaryFolder("velcan-command-noexec");
-    const std::string file = folder + "/plain";
+    const std::string directory = temporaryDirectory("velcan-command-noexec");
+    const std::string file = directory + "/plain";
     std::ofstream(file) << "echo no\n";
     Collector out;
     const VelcanRunResult result = run({file.c_str()}, &out);
     EXPECT_EQ(result.end, VelcanRunEnd::ProgramNotStarted);
     EXPECT_EQ(result.error, EACCES);
-    removeFolder(folder);
+    removeDirectory(directory);
 }
 
 TEST(CommandExecFailure, ScriptWithoutAnInterpreterLineRunsThroughTheShell) {
-    const std::string folder = temporaryFolder("velcan-command-script");
-    const std::string file = folder + "/script";
+    const std::string directory = temporaryDirectory("velcan-command-script");
+    const std::string file = directory + "/script";
     std::ofstream(file) << "echo \"from sh: $1\"\n";
     chmod(file.c_str(), 0755);
     Collector out;
     const VelcanRunResult result = run({file.c_str(), "arg"}, &out);
     EXPECT_EQ(result.end, VelcanRunEnd::Exited);
     EXPECT_EQ(out.output, "from sh: arg\n");
-    removeFolder(folder);
+    removeDirectory(directory);
 }
 
 } // namespace

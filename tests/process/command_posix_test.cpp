@@ -63,8 +63,8 @@ VelcanRunResult runUntilReadyThenCancel(std::vector<const char*> words, const st
 }
 
 TEST(CommandPosix, ProgramIsLookedUpOnTheChildsPath) {
-    const std::string folder = temporaryFolder("velcan-command-path");
-    const std::string file = folder + "/velcan-path-probe";
+    const std::string directory = temporaryDirectory("velcan-command-path");
+    const std::string file = directory + "/velcan-path-probe";
     std::ofstream(file) << "#!/bin/sh\necho found on the PATH it was given\n";
     chmod(file.c_str(), 0755);
     const char* const words[] = {"velcan-path-probe", nullptr};
@@ -73,11 +73,11 @@ TEST(CommandPosix, ProgramIsLookedUpOnTheChildsPath) {
     Collector out;
     command.SetOutputObserver(&out);
     EXPECT_EQ(command.Run().end, VelcanRunEnd::ProgramNotStarted);
-    command.SetEnvironment("PATH", (folder + ":/usr/bin:/bin").c_str());
+    command.SetEnvironment("PATH", (directory + ":/usr/bin:/bin").c_str());
     const VelcanRunResult result = command.Run();
     EXPECT_EQ(result.end, VelcanRunEnd::Exited);
     EXPECT_EQ(out.output, "found on the PATH it was given\n");
-    removeFolder(folder);
+    removeDirectory(directory);
 }
 
 TEST(CommandPosix, ChildEndedByASignalIsSignaledWithItsNumber) {

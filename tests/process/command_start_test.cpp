@@ -19,8 +19,8 @@ extern "C" int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_
     ++spawns;
     using Spawn = int (*)(pid_t*, const char*, const posix_spawn_file_actions_t*,
                           const posix_spawnattr_t*, char* const[], char* const[]);
-    return reinterpret_cast<Spawn>(dlsym(RTLD_NEXT, "posix_spawn"))(pid, path, actions,
-                                                                    attributes, argv, envp);
+    return reinterpret_cast<Spawn>(dlsym(RTLD_NEXT, "posix_spawn"))(pid, path, actions, attributes,
+                                                                    argv, envp);
 }
 
 namespace {

@@ -197,13 +197,13 @@ TEST_F(Command, NoOutputObserverDiscardsTheOutputWithoutBlockingTheChild) {
 }
 
 TEST_F(Command, WorkingDirectoryIsWhereTheChildStarts) {
-    const std::string directory = temporaryFolder("velcan-command-directory");
+    const std::string directory = temporaryDirectory("velcan-command-directory");
     command.SetWorkingDirectory(directory.c_str());
     const Ran ran = run(childDoing({"cwd"}));
     EXPECT_EQ(ran.result.end, VelcanRunEnd::Exited);
-    EXPECT_EQ(sameFolder(ran.output.substr(0, ran.output.size() - 1), directory), true)
+    EXPECT_EQ(sameDirectory(ran.output.substr(0, ran.output.size() - 1), directory), true)
         << ran.output << " is not " << directory;
-    removeFolder(directory);
+    removeDirectory(directory);
 }
 
 TEST_F(Command, MissingWorkingDirectoryIsASetupFailureNotAMissingProgram) {
@@ -268,7 +268,7 @@ TEST_F(Command, InputThatTheChildDoesNotReadDoesNotHoldTheRun) {
 }
 
 TEST_F(Command, InputFromAFile) {
-    const std::string directory = temporaryFolder("velcan-command-input");
+    const std::string directory = temporaryDirectory("velcan-command-input");
     const std::string file = directory + "/input.txt";
     std::ofstream(file, std::ios::binary) << std::string(100000, 'y');
     command.SetInputFile(file.c_str());
@@ -277,7 +277,7 @@ TEST_F(Command, InputFromAFile) {
     const Ran missing = run(childDoing({"stdin"}));
     EXPECT_EQ(missing.result.end, VelcanRunEnd::SetupFailed);
     EXPECT_EQ(missing.result.error, ENOENT);
-    removeFolder(directory);
+    removeDirectory(directory);
 }
 
 TEST_F(Command, TimeLimitEndsTheRunNoSoonerThanItsTime) {

@@ -21,7 +21,7 @@ struct Ran {
     std::string output;
 };
 
-Ran run(const std::vector<std::string>& words, const char* folder = nullptr) {
+Ran run(const std::vector<std::string>& words, const char* directory = nullptr) {
     std::vector<const char*> list;
     for (const std::string& w : words) {
         list.push_back(w.c_str());
@@ -29,7 +29,7 @@ Ran run(const std::vector<std::string>& words, const char* folder = nullptr) {
     list.push_back(nullptr);
     VelcanCommand command;
     command.SetArguments(list.data());
-    command.SetWorkingDirectory(folder);
+    command.SetWorkingDirectory(directory);
     Collector out;
     command.SetOutputObserver(&out);
     Ran ran;
@@ -48,13 +48,13 @@ TEST(CommandWin32, ArgumentsOutsideTheCodePageReachTheChildAsWritten) {
     EXPECT_EQ(ran.output, "[" + kWorld + "][a b " + kWorld + "][]");
 }
 
-TEST(CommandWin32, FolderAndVariableOutsideTheCodePage) {
-    const std::string folder = temporaryFolder("velcan-" + kWorld);
+TEST(CommandWin32, DirectoryAndVariableOutsideTheCodePage) {
+    const std::string directory = temporaryDirectory("velcan-" + kWorld);
     VelcanCommand command;
     const std::string child = helperProgram("velcan_test_child");
     const char* const words[] = {child.c_str(), "cwd", "env", "VELCAN_TEST_WORLD", nullptr};
     command.SetArguments(words);
-    command.SetWorkingDirectory(folder.c_str());
+    command.SetWorkingDirectory(directory.c_str());
     command.SetEnvironment("VELCAN_TEST_WORLD", kWorld.c_str());
     Collector out;
     command.SetOutputObserver(&out);
@@ -62,9 +62,9 @@ TEST(CommandWin32, FolderAndVariableOutsideTheCodePage) {
     EXPECT_EQ(result.end, VelcanRunEnd::Exited);
     const std::size_t lineEnd = out.output.find('\n');
     ASSERT_NE(lineEnd, std::string::npos) << out.output;
-    EXPECT_TRUE(sameFolder(out.output.substr(0, lineEnd), folder)) << out.output;
+    EXPECT_TRUE(sameDirectory(out.output.substr(0, lineEnd), directory)) << out.output;
     EXPECT_EQ(out.output.substr(lineEnd + 1), kWorld + "\n");
-    removeFolder(folder);
+    removeDirectory(directory);
 }
 
 TEST(CommandWin32, VariableNamesCompareWithoutRegardToLetterCase) {
@@ -83,32 +83,32 @@ TEST(CommandWin32, VariableNamesCompareWithoutRegardToLetterCase) {
 
 // A batch file that prints its first arguments as it got them (%~1 would take the quotes off
 // and make its own echo act on what they kept from cmd).
-std::string batchFile(const std::string& folder) {
-    const std::string file = folder + "\\echo args.bat";
+std::string batchFile(const std::string& directory) {
+    const std::string file = directory + "\\echo args.bat";
     std::ofstream(file, std::ios::binary) << "@echo [%1][%2][%3][%4]\r\n";
     return file;
 }
 
 TEST(CommandWin32, BatchFileArgumentsThatCmdActsOnArePassedSafely) {
-    const std::string folder = temporaryFolder("velcan-batch");
-    const std::string file = batchFile(folder);
+    const std::string directory = temporaryDirectory("velcan-batch");
+    const std::string file = batchFile(directory);
     const Ran ran = run({file, "a&b|c", "x^y!z", "<in> (out)", "plain"});
     EXPECT_EQ(ran.result.end, VelcanRunEnd::Exited);
     // Quoted where cmd would act on them, so cmd passes them on as they are.
     EXPECT_EQ(ran.output, "[\"a&b|c\"][\"x^y!z\"][\"<in> (out)\"][plain]\r\n");
-    removeFolder(folder);
+    removeDirectory(directory);
 }
 
 TEST(CommandWin32, BatchFileArgumentWithAPercentAQuoteOrALineBreakIsRefusedAndNothingRuns) {
-    const std::string folder = temporaryFolder("velcan-batch-refused");
-    const std::string file = batchFile(folder);
+    const std::string directory = temporaryDirectory("velcan-batch-refused");
+    const std::string file = batchFile(directory);
     for (const char* bad : {"%PATH%", "a\"&calc", "line\nbreak", "50%"}) {
         const Ran ran = run({file, "fine", bad});
         EXPECT_EQ(ran.result.end, VelcanRunEnd::Refused) << bad;
         EXPECT_EQ(ran.result.error, EINVAL) << bad;
         EXPECT_EQ(ran.output, "") << bad;
     }
-    removeFolder(folder);
+    removeDirectory(directory);
 }
 
 TEST(CommandWin32, ChildEndedByAnExceptionIsSignaledWithItsCode) {
@@ -123,28 +123,28 @@ TEST(CommandWin32, ExitCodeAbove255ComesBackWhole) {
     EXPECT_EQ(ran.result.code, 70000);
 }
 
-TEST(CommandWin32, FolderAsProgramIsNotStartedWithEACCES) {
-    const std::string folder = temporaryFolder("velcan-folder-program");
-    const Ran ran = run({folder});
+TEST(CommandWin32, DirectoryAsProgramIsNotStartedWithEACCES) {
+    const std::string directory = temporaryDirectory("velcan-directory-program");
+    const Ran ran = run({directory});
     EXPECT_EQ(ran.result.end, VelcanRunEnd::ProgramNotStarted);
     EXPECT_EQ(ran.result.error, EACCES);
-    removeFolder(folder);
+    removeDirectory(directory);
 }
 
-TEST(CommandWin32, ProgramInTheCurrentFolderIsNotPickedByItsBareName) {
-    // A bare name is looked for in the application's folder, the system folders and PATH, never
-    // the current folder, where a file could stand in for a system program.
-    const std::string folder = temporaryFolder("velcan-current-folder");
-    const std::string copy = folder + "\\velcan-current-folder-probe.exe";
+TEST(CommandWin32, ProgramInTheCurrentDirectoryIsNotPickedByItsBareName) {
+    // A bare name is looked for in the application's directory, the system directories and PATH,
+    // never the current directory, where a file could stand in for a system program.
+    const std::string directory = temporaryDirectory("velcan-current-directory");
+    const std::string copy = directory + "\\velcan-current-directory-probe.exe";
     CopyFileW(wideOf(helperProgram("velcan_test_child")).c_str(), wideOf(copy).c_str(), FALSE);
     wchar_t before[MAX_PATH + 1];
     GetCurrentDirectoryW(MAX_PATH + 1, before);
-    SetCurrentDirectoryW(wideOf(folder).c_str());
-    const Ran ran = run({"velcan-current-folder-probe", "out", "ran"});
+    SetCurrentDirectoryW(wideOf(directory).c_str());
+    const Ran ran = run({"velcan-current-directory-probe", "out", "ran"});
     SetCurrentDirectoryW(before);
     EXPECT_EQ(ran.result.end, VelcanRunEnd::ProgramNotStarted);
     EXPECT_EQ(ran.result.error, ENOENT);
-    removeFolder(folder);
+    removeDirectory(directory);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// What the runner's tests look at around a run, on either system: folders, variables and
+// What the runner's tests look at around a run, on either system: directories, variables and
 // whether a process has ended.
 #ifndef VELCAN_TESTS_PROCESS_PROCESS_TREE_H
 #define VELCAN_TESTS_PROCESS_PROCESS_TREE_H
@@ -29,29 +29,29 @@ inline std::wstring wideOf(const std::string& utf8) {
 #endif
 }
 
-// A new, empty folder under the system's temporary folder (UTF-8).
-inline std::string temporaryFolder(const std::string& name) {
+// A new, empty directory under the system's temporary directory (UTF-8).
+inline std::string temporaryDirectory(const std::string& name) {
 #if defined(_WIN32)
     wchar_t base[MAX_PATH + 1];
     const DWORD n = GetTempPathW(MAX_PATH + 1, base);
-    std::wstring folder =
+    std::wstring directory =
         std::wstring(base, n) + wideOf(name) + L"-" + std::to_wstring(GetCurrentProcessId());
-    CreateDirectoryW(folder.c_str(), nullptr);
+    CreateDirectoryW(directory.c_str(), nullptr);
     char utf8[4 * MAX_PATH];
     const int m =
-        WideCharToMultiByte(CP_UTF8, 0, folder.c_str(), -1, utf8, sizeof utf8, nullptr, nullptr);
+        WideCharToMultiByte(CP_UTF8, 0, directory.c_str(), -1, utf8, sizeof utf8, nullptr, nullptr);
     return std::string(utf8, m > 0 ? static_cast<std::size_t>(m) - 1 : 0);
 #else
     const char* tmp = std::getenv("TMPDIR");
-    std::string folder =
+    std::string directory =
         std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/" + name + "-XXXXXX";
-    return mkdtemp(&folder[0]) != nullptr ? folder : "";
+    return mkdtemp(&directory[0]) != nullptr ? directory : "";
 #endif
 }
 
-inline void removeFolder(const std::string& folder) {
+inline void removeDirectory(const std::string& directory) {
 #if defined(_WIN32)
-    const std::wstring wide = wideOf(folder);
+    const std::wstring wide = wideOf(directory);
     WIN32_FIND_DATAW found;
     HANDLE search = FindFirstFileW((wide + L"\\*").c_str(), &found);
     if (search != INVALID_HANDLE_VALUE) {
@@ -62,12 +62,12 @@ inline void removeFolder(const std::string& folder) {
     }
     RemoveDirectoryW(wide.c_str());
 #else
-    std::system(("rm -rf '" + folder + "'").c_str());
+    std::system(("rm -rf '" + directory + "'").c_str());
 #endif
 }
 
-// Whether two names are of one folder.
-inline bool sameFolder(const std::string& a, const std::string& b) {
+// Whether two names are of one directory.
+inline bool sameDirectory(const std::string& a, const std::string& b) {
 #if defined(_WIN32)
     auto id = [](const std::string& path, BY_HANDLE_FILE_INFORMATION* info) {
         HANDLE h = CreateFileW(wideOf(path).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,

@@ -13,7 +13,7 @@
 #include <unistd.h>
 #endif
 
-// A folder that exists and is not a file.
+// A directory that exists and is not a file.
 inline std::string existingDirectory() {
 #if defined(_WIN32)
     char path[MAX_PATH + 1];
@@ -71,7 +71,7 @@ struct Script {
     TempFile file;
 };
 
-// A folder of its own, removed with what is in it.
+// A directory of its own, removed with what is in it.
 struct TempDir {
     TempDir() {
         char name[] = "/tmp/velcan-dir-XXXXXX";

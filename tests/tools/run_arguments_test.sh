@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# velcan run: every argument passed through literally; its options (time limit, folder,
+# velcan run: every argument passed through literally; its options (time limit, directory,
 # environment, input) and its statuses, as timeout(1) and env(1) give them: 124 when the time
 # limit ended the command, 125 for velcan's own failures (usage included), 126 found but cannot
 # be run, 127 not found, 128+N when signal N ended it, otherwise the command's own status.
@@ -97,22 +97,39 @@ test_timeout_not_reached_keeps_the_commands_status() {
   expect_status 3 run --timeout=600 sh -c 'exit 3'
 }
 
-test_timeout_ends_what_the_command_started() {
-  local pid="" limit
-  # A limit that struck before the shell printed the id is raised, on a busy machine.
-  for limit in 0.5 2 8 32; do
-    expect_status 124 run --timeout=$limit sh -c 'sleep 600 & echo $!; wait'
-    pid=$(cat "$work/out")
-    [ -z "$pid" ] || break
-  done
-  [ -n "$pid" ] || fail "the shell never printed its background sleep's id"
+test_a_signal_to_velcan_ends_what_the_command_started() {
+  local pid="" velcan rc=0
+  "$tool" run sh -c 'sleep 600 & echo $!; wait' >"$work/out" 2>"$work/err" &
+  velcan=$!
+  # Only once the shell has printed its background sleep's id is velcan told to end.
+  for _ in $(seq 1 6000); do pid=$(cat "$work/out"); [ -z "$pid" ] || break; sleep 0.01; done
+  [ -n "$pid" ] || { kill "$velcan"; fail "the shell never printed its background sleep's id"; }
+  kill -TERM "$velcan"
+  wait "$velcan" || rc=$?
+  [ "$rc" -eq 143 ] || fail "velcan exited $rc, expected 143 (SIGTERM's)"
   for _ in $(seq 1 600); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
-  if kill -0 "$pid" 2>/dev/null; then kill "$pid"; fail "the background sleep $pid outlived the limit"; fi
+  if kill -0 "$pid" 2>/dev/null; then kill "$pid"; fail "the background sleep $pid outlived velcan"; fi
+}
+
+test_timeout_longer_than_the_clock_holds_or_inf_is_no_limit() {
+  local value
+  for value in inf INF infinity 1e10 1e300; do
+    expect_status 3 run --timeout="$value" sh -c 'sleep 0.2; exit 3'
+  done
+}
+
+test_status_the_system_did_not_keep_is_velcans_failure_125() {
+  local rc=0
+  # SIGCHLD ignored when velcan starts: the system reaps the command and keeps no status.
+  perl -e '$SIG{CHLD} = "IGNORE"; exec @ARGV' "$tool" run sh -c 'exit 0' 2>"$work/err" || rc=$?
+  [ "$rc" -eq 125 ] || fail "exited $rc, expected 125"
+  [[ $(cat "$work/err") == "velcan: the command ended, but how is not known"* ]] ||
+    fail "said: $(cat "$work/err")"
 }
 
 test_timeout_that_is_no_number_is_a_usage_error_125() {
   local value
-  for value in '' abc -1 1s nan inf 0x10; do
+  for value in '' abc -1 -inf 1s nan 0x10; do
     expect_status 125 run --timeout="$value" true
     [[ $(cat "$work/err") == "velcan: run: --timeout expects a number of seconds"* ]] ||
       fail "for '$value' said: $(cat "$work/err")"
@@ -120,9 +137,9 @@ test_timeout_that_is_no_number_is_a_usage_error_125() {
 }
 
 test_cwd_starts_the_command_in_the_folder() {
-  mkdir "$work/folder"
-  expect_status 0 run --cwd="$work/folder" pwd
-  [ "$(cat "$work/out")" = "$work/folder" ] || fail "ran in $(cat "$work/out")"
+  mkdir "$work/directory"
+  expect_status 0 run --cwd="$work/directory" pwd
+  [ "$(cat "$work/out")" = "$work/directory" ] || fail "ran in $(cat "$work/out")"
 }
 
 test_cwd_that_is_missing_is_velcans_failure_125() {

@@ -63,9 +63,9 @@ class VELCAN_API IBlockingProcessObserver {
 // exec (a missing "#!" interpreter: ENOENT;
 // ETXTBSY, E2BIG, ELOOP, ...). A file without "#!" that is not a binary runs through
 // /bin/sh, as execvp does. On Windows a program that is not where CreateProcess looks
-// gives ENOENT, a folder EACCES, and a file found that CreateProcess cannot start ENOEXEC.
-// CreateProcess looks in the application's folder, then the current folder, then the system
-// folders and PATH: a file of the same name in the current folder runs in place of a system
+// gives ENOENT, a directory EACCES, and a file found that CreateProcess cannot start ENOEXEC.
+// CreateProcess looks in the application's directory, then the current directory, then the system
+// directories and PATH: a file of the same name in the current directory runs in place of a system
 // program, so name any program that matters by its full path. A full path longer than
 // MAX_PATH (260 characters) is not found (ENOENT). A .bat or .cmd file runs through cmd,
 // which reads its whole line: %, ^, &, |, <, > and quotes in its arguments can make cmd run

@@ -18,7 +18,7 @@
 //   raise CODE           end by raising the exception CODE (hexadecimal), unhandled (Windows;
 //                        elsewhere as crash)
 //   cat                  copy standard input to standard output as it comes
-//   cwd                  print the current folder and a line end
+//   cwd                  print the current directory and a line end
 //   env NAME             print NAME's value and a line end, or "(unset)"
 //   grandchild MS        start a copy of this program that sleeps MS, then prints
 //                        "grandchild ended"; print its process id and a line end once it
@@ -143,7 +143,7 @@ void crash() {
 #endif
 }
 
-std::string currentFolder() {
+std::string currentDirectory() {
 #if defined(_WIN32)
     wchar_t wide[32768];
     const DWORD n = GetCurrentDirectoryW(32768, wide);
@@ -152,8 +152,8 @@ std::string currentFolder() {
                                       nullptr, nullptr);
     return std::string(utf8, static_cast<std::size_t>(m));
 #else
-    char folder[4096];
-    return getcwd(folder, sizeof folder) != nullptr ? folder : "?";
+    char directory[4096];
+    return getcwd(directory, sizeof directory) != nullptr ? directory : "?";
 #endif
 }
 
@@ -275,7 +275,7 @@ int main(int argc, char** argv) {
                 std::fflush(stdout);
             }
         } else if (action == "cwd") {
-            write(stdout, currentFolder() + "\n");
+            write(stdout, currentDirectory() + "\n");
         } else if (action == "env") {
             write(stdout, variableOf(value) + "\n");
             ++i;
