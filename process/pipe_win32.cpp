@@ -206,6 +206,7 @@ namespace {
 
 // What ReadFile or WriteFile (or GetOverlappedResult) came to.
 Io outcome(BOOL done, DWORD n, std::size_t* count, long* error, bool* pending) {
+    *pending = false;
     if (done) {
         *count = n;
         return Io::Done;
