@@ -141,49 +141,28 @@ int checkCommand(const VelcanCommandState& command, std::vector<std::string>* ar
 std::vector<std::string> childEnvironment(const std::vector<std::string>& inherited,
                                           const std::vector<VelcanCommandState::Change>& changes,
                                           bool foldCase) {
-    std::vector<std::string> result;
-    result.reserve(inherited.size() + changes.size());
-    // A name's last change decides; a name changed keeps its inherited place when still set.
-    auto lastChange = [&](const char* name,
-                          std::size_t length) -> const VelcanCommandState::Change* {
-        for (auto c = changes.rbegin(); c != changes.rend(); ++c) {
-            if (sameName(c->name, name, length, foldCase)) {
-                return &*c;
+    std::vector<std::string> result = inherited;
+    // Each change in the order given: a name there is given its new value in its place, or
+    // removed; a new name goes at the end.
+    for (const VelcanCommandState::Change& change : changes) {
+        auto entry = result.begin();
+        for (; entry != result.end(); ++entry) {
+            // Windows keeps per-drive directories as "=C:=C:\\...": a name cannot be empty, so
+            // the '=' looked for is the first after the first character.
+            const std::size_t equals = entry->find('=', entry->empty() ? 0 : 1);
+            if (sameName(change.name, entry->data(),
+                         equals == std::string::npos ? entry->size() : equals, foldCase)) {
+                break;
             }
         }
-        return nullptr;
-    };
-    std::vector<bool> placed(changes.size(), false);
-    for (const std::string& entry : inherited) {
-        // Windows keeps per-drive directories as "=C:=C:\\...": a name cannot be empty, so the
-        // '=' looked for is the first after the first character.
-        const std::size_t equals = entry.find('=', entry.empty() ? 0 : 1);
-        const std::size_t length = equals == std::string::npos ? entry.size() : equals;
-        const VelcanCommandState::Change* change = lastChange(entry.data(), length);
-        if (change == nullptr) {
-            result.push_back(entry);
-            continue;
-        }
-        for (std::size_t i = 0; i < changes.size(); ++i) {
-            placed[i] = placed[i] || sameName(changes[i].name, entry.data(), length, foldCase);
-        }
-        if (change->valueSet) {
-            result.push_back(entry.substr(0, length) + "=" + change->value);
-        }
-    }
-    // Names the caller did not have, in the order first given, each with its last change.
-    for (std::size_t i = 0; i < changes.size(); ++i) {
-        if (placed[i]) {
-            continue;
-        }
-        const VelcanCommandState::Change* change =
-            lastChange(changes[i].name.data(), changes[i].name.size());
-        for (std::size_t j = i; j < changes.size(); ++j) {
-            placed[j] = placed[j] || sameName(changes[j].name, changes[i].name.data(),
-                                              changes[i].name.size(), foldCase);
-        }
-        if (change->valueSet) {
-            result.push_back(change->name + "=" + change->value);
+        if (!change.valueSet) {
+            if (entry != result.end()) {
+                result.erase(entry);
+            }
+        } else if (entry != result.end()) {
+            *entry = entry->substr(0, change.name.size()) + "=" + change.value;
+        } else {
+            result.push_back(change.name + "=" + change.value);
         }
     }
     return result;

@@ -27,9 +27,9 @@ long long nowMs() {
         .count();
 }
 
-// `ms` after `now`, or kForever for no time or more than the clock holds.
+// `ms` after `now`, or kForever for no time (0), kForever or more than the clock holds.
 long long after(long long now, long long ms) {
-    return ms == kForever || ms > LLONG_MAX - now ? kForever : now + ms;
+    return ms == 0 || ms == kForever || ms > LLONG_MAX - now ? kForever : now + ms;
 }
 
 // How long to wait for the earliest of the times given, from `now`; kForever for none.
@@ -130,7 +130,9 @@ struct InputStream {
 
 class Run {
   public:
-    explicit Run(const VelcanCommandState& command) : command_(command), started_(nowMs()) {}
+    // The time limit counts from here.
+    explicit Run(const VelcanCommandState& command)
+        : command_(command), deadline_(after(nowMs(), millisecondsOf(command.timeLimit))) {}
     VelcanRunResult go();
 
   private:
@@ -138,12 +140,15 @@ class Run {
 
     long setUpStreams(sys::StandardHandles* child);
     void relayAndWait();
+    bool actOnTime(long long now);
+    void waitOnce(long long now);
+    bool reading() const { return output_.channel.isOpen() || errors_.channel.isOpen(); }
     void end(VelcanRunEnd why);
     void killAfterGrace(long long now);
     VelcanRunResult result();
 
     const VelcanCommandState& command_;
-    const long long started_;
+    const long long deadline_;
     sys::Child child_;
     OutputStream output_;
     OutputStream errors_;
@@ -222,70 +227,69 @@ long Run::setUpStreams(sys::StandardHandles* child) {
 }
 
 void Run::relayAndWait() {
-    const long long deadline = after(started_, millisecondsOf(command_.timeLimit));
-    const bool limited = command_.timeLimit > 0 && deadline != kForever;
     input_.pump();
     output_.pump(&error_);
     errors_.pump(&error_);
-    for (;;) {
-        const bool reading = output_.channel.isOpen() || errors_.channel.isOpen();
-        if (!reading && childEnded_) {
-            return;
-        }
+    while (!childEnded_ || reading()) {
         const long long now = nowMs();
-        if (phase_ == Phase::Running && limited && now >= deadline) {
-            end(VelcanRunEnd::TimedOut);
+        if (!actOnTime(now)) {
+            waitOnce(now);
         }
-        if (phase_ == Phase::Terminating && killAt_ != kForever && now >= killAt_) {
-            killAfterGrace(now);
-        }
-        if (phase_ == Phase::Killed && reading && now >= stopReadingAt_) {
-            output_.channel.close();
-            errors_.channel.close();
-            continue;
-        }
+    }
+}
 
-        // The cancel first: where one ready thing is told at a time, a busy stream cannot hide it.
-        sys::WaitSet waits;
-        const int cancel = waits.add(phase_ == Phase::Running ? cancel_ : sys::kNone);
-        const int out = waits.add(output_.channel);
-        const int err = waits.add(errors_.channel);
-        const int in = waits.add(input_.channel);
-        const int ended = waits.add(childEnded_ ? sys::kNone : child_.endWaitable());
-        Timeout timeout(now);
-        if (phase_ == Phase::Running && limited) {
-            timeout.until(deadline);
-        }
-        if (phase_ == Phase::Terminating) {
-            timeout.until(killAt_);
-        }
-        if (phase_ == Phase::Killed && reading) {
-            timeout.until(stopReadingAt_);
-        }
-        if (!childEnded_ && child_.endWaitable() == sys::kNone) {
-            timeout.until(now + 50);
-        }
-        waits.wait(timeout.ms);
+// Whatever time has come: the limit ends the run, the grace's end kills what is left, and once
+// the run was killed the output is read a little longer only. True when it closed the streams.
+bool Run::actOnTime(long long now) {
+    if (phase_ == Phase::Running && deadline_ != kForever && now >= deadline_) {
+        end(VelcanRunEnd::TimedOut);
+    }
+    if (phase_ == Phase::Terminating && killAt_ != kForever && now >= killAt_) {
+        killAfterGrace(now);
+    }
+    if (phase_ == Phase::Killed && now >= stopReadingAt_ && reading()) {
+        output_.channel.close();
+        errors_.channel.close();
+        return true;
+    }
+    return false;
+}
 
-        if (waits.fired(cancel)) {
-            end(VelcanRunEnd::Cancelled);
-        }
-        if (waits.fired(in)) {
-            input_.fired();
-        }
-        if (waits.fired(out)) {
-            output_.fired(&error_);
-        }
-        if (waits.fired(err)) {
-            errors_.fired(&error_);
-        }
-        if (!childEnded_ &&
-            (waits.fired(ended) || (child_.endWaitable() == sys::kNone && child_.hasEnded()))) {
-            childEnded_ = true;
-            input_.channel.close();
-            if (command_.endOthersWithChild) {
-                end(VelcanRunEnd::Exited);
-            }
+// Waits for the first of what can happen next, or the next time to act on, and serves it.
+void Run::waitOnce(long long now) {
+    // The cancel first: where one ready thing is told at a time, a busy stream cannot hide it.
+    sys::WaitSet waits;
+    const int cancel = waits.add(phase_ == Phase::Running ? cancel_ : sys::kNone);
+    const int out = waits.add(output_.channel);
+    const int err = waits.add(errors_.channel);
+    const int in = waits.add(input_.channel);
+    const sys::Native childEnd = childEnded_ ? sys::kNone : child_.endWaitable();
+    const int ended = waits.add(childEnd);
+    Timeout timeout(now);
+    timeout.until(phase_ == Phase::Running ? deadline_ : kForever);
+    timeout.until(phase_ == Phase::Terminating ? killAt_ : kForever);
+    timeout.until(phase_ == Phase::Killed && reading() ? stopReadingAt_ : kForever);
+    // Where the system gives nothing to wait on for the child's end, a look every 50 ms.
+    timeout.until(!childEnded_ && childEnd == sys::kNone ? now + 50 : kForever);
+    waits.wait(timeout.ms);
+
+    if (waits.fired(cancel)) {
+        end(VelcanRunEnd::Cancelled);
+    }
+    if (waits.fired(in)) {
+        input_.fired();
+    }
+    if (waits.fired(out)) {
+        output_.fired(&error_);
+    }
+    if (waits.fired(err)) {
+        errors_.fired(&error_);
+    }
+    if (!childEnded_ && (waits.fired(ended) || (childEnd == sys::kNone && child_.hasEnded()))) {
+        childEnded_ = true;
+        input_.channel.close();
+        if (command_.endOthersWithChild) {
+            end(VelcanRunEnd::Exited);
         }
     }
 }
