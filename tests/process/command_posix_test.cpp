@@ -18,6 +18,24 @@
 
 namespace {
 
+// A signal's disposition for the life of the object, then the one before it.
+class Disposition {
+  public:
+    Disposition(int signal, void (*handler)(int), int flags = 0) : signal_(signal) {
+        struct sigaction action = {};
+        action.sa_handler = handler;
+        action.sa_flags = flags;
+        sigaction(signal, &action, &before_);
+    }
+    ~Disposition() { sigaction(signal_, &before_, nullptr); }
+    Disposition(const Disposition&) = delete;
+    Disposition& operator=(const Disposition&) = delete;
+
+  private:
+    int signal_;
+    struct sigaction before_;
+};
+
 // Hands each piece on to `output`, and once it holds `ready`, triggers the cancel (once).
 class CancellingCollector : public Collector {
   public:
@@ -133,14 +151,13 @@ TEST(CommandPosix, GracePeriodLongerThanTheClockHoldsNeverKills) {
 TEST(CommandPosix, CallerThatIgnoresSigchldGetsNoSuccessItDidNotHave) {
     for (int way = 0; way < 2; ++way) {
         // SIG_IGN, or a handler with SA_NOCLDWAIT: either way the system keeps no status.
-        struct sigaction before;
-        struct sigaction noWait = {};
-        noWait.sa_handler = way == 0 ? SIG_IGN : [](int) {};
-        noWait.sa_flags = way == 0 ? 0 : SA_NOCLDWAIT;
-        sigaction(SIGCHLD, &noWait, &before);
         Collector out;
-        const VelcanRunResult result = run({"sh", "-c", "echo ran; exit 5"}, &out);
-        sigaction(SIGCHLD, &before, nullptr);
+        VelcanRunResult result;
+        {
+            const Disposition noWait(
+                SIGCHLD, way == 0 ? SIG_IGN : [](int) {}, way == 0 ? 0 : SA_NOCLDWAIT);
+            result = run({"sh", "-c", "echo ran; exit 5"}, &out);
+        }
         EXPECT_EQ(out.output, "ran\n");
         EXPECT_EQ(result.end, VelcanRunEnd::Exited) << way;
         EXPECT_EQ(result.code, -1) << way;
@@ -149,13 +166,9 @@ TEST(CommandPosix, CallerThatIgnoresSigchldGetsNoSuccessItDidNotHave) {
 }
 
 TEST(CommandPosix, ChildStartsWithSigchldAtItsDefaultWhenTheCallerIgnoresIt) {
-    struct sigaction before;
-    struct sigaction ignore = {};
-    ignore.sa_handler = SIG_IGN;
-    sigaction(SIGCHLD, &ignore, &before);
+    const Disposition ignored(SIGCHLD, SIG_IGN);
     Collector out;
     const VelcanRunResult result = run({"sh", "-c", "sh -c 'exit 3'; echo $?"}, &out);
-    sigaction(SIGCHLD, &before, nullptr);
     EXPECT_EQ(out.output, "3\n");
     EXPECT_EQ(result.code, -1); // the run's own child is still reaped by the system
 }
@@ -184,13 +197,11 @@ TEST(CommandPosix, ChildGetsDescriptorsZeroToTwoAndNothingElse) {
 }
 
 TEST(CommandPosix, ChildStartsWithSigpipeAtItsDefaultWhenTheCallerIgnoresIt) {
-    struct sigaction before;
-    struct sigaction ignore = {};
-    ignore.sa_handler = SIG_IGN;
-    sigaction(SIGPIPE, &ignore, &before);
     Collector out;
-    run({"grep", "^SigIgn:", "/proc/self/status"}, &out);
-    sigaction(SIGPIPE, &before, nullptr);
+    {
+        const Disposition ignored(SIGPIPE, SIG_IGN);
+        run({"grep", "^SigIgn:", "/proc/self/status"}, &out);
+    }
     ASSERT_EQ(out.output.compare(0, 7, "SigIgn:"), 0) << out.output;
     const unsigned long long ignored = std::strtoull(out.output.c_str() + 7, nullptr, 16);
     EXPECT_EQ(ignored & (1ULL << (SIGPIPE - 1)), 0u) << out.output;

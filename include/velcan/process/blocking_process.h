@@ -34,11 +34,10 @@ class VELCAN_API IBlockingProcessObserver {
 // exception returns the exception's code (an access violation, 0xC0000005, as -1073741819).
 // The output ends, and the call returns, only once every process holding it has closed it:
 // a grandchild that inherits it (a shell's "&", cmd's "start /b") keeps the call until it
-// ends. observer may be null: the
-// output is then not read at all, and a child that fills the pipe (64 KiB on Linux, Windows'
-// default size, 4 KiB in practice) blocks until it is killed: the call does not return. The
-// same holds for an observer that hands out no room. Pass an observer that always has room,
-// or run only commands whose output fits the pipe.
+// ends. observer may be null: the output is then not read at all, and a child that fills the pipe
+// (64 KiB on Linux, Windows' default size, 4 KiB in practice) blocks until it is killed: the call
+// does not return. The same holds for an observer that hands out no room. Pass an observer that
+// always has room, or run only commands whose output fits the pipe.
 //
 // The command line is a printf-style format with no arguments: write a literal percent sign
 // as "%%". There is no shell. After "%%" becomes "%", it is split into words:
@@ -54,26 +53,20 @@ class VELCAN_API IBlockingProcessObserver {
 // runtime: double quotes group and are removed, single quotes are ordinary characters); the
 // rules above only decide the limits below and which program runs.
 //
-// Returns 127 with errno set, calling no observer operation, when the command is
-// refused or cannot be run: an empty or blank line, or a program that is not found
-// (ENOENT); a program that may not be executed (EACCES); a line longer than 1023
-// characters, or of more than 127 words, the program's included (so at most 126 arguments)
-// (E2BIG); a percent sign that is not half of "%%" (EINVAL); no pipe, null device or process
-// to be had (EMFILE, ENFILE, EAGAIN, ENOMEM); and on POSIX systems any error of the child's
-// exec (a missing "#!" interpreter: ENOENT;
-// ETXTBSY, E2BIG, ELOOP, ...). A file without "#!" that is not a binary runs through
-// /bin/sh, as execvp does. On Windows a program that is not where CreateProcess looks
-// gives ENOENT, a directory EACCES, and a file found that CreateProcess cannot start ENOEXEC.
-// CreateProcess looks in the application's directory, then the current directory, then the system
-// directories and PATH: a file of the same name in the current directory runs in place of a system
-// program, so name any program that matters by its full path. A full path longer than
-// MAX_PATH (260 characters) is not found (ENOENT). A .bat or .cmd file runs through cmd,
-// which reads its whole line: %, ^, &, |, <, > and quotes in its arguments can make cmd run
-// something else, so never put text from elsewhere in a batch file's arguments.
-// When the child ran, errno is left as the caller set it unless reading its output or
-// waiting for it failed. On Windows the end of a child's output is itself a failed read (a
-// broken pipe), so after an ordinary run with an observer errno is 109. 127 is also what a
-// child that exits with 127 returns: clear errno first to tell them apart.
+// Returns 127 with errno set, calling no observer operation, when the command is refused or
+// cannot be run: an empty or blank line, or a program that is not found (ENOENT); a program
+// that may not be executed (EACCES); a line longer than 1023 characters, or of more than 127
+// words, the program's included (E2BIG); a percent sign that is not half of "%%" (EINVAL); no
+// pipe, null device or process to be had (EMFILE, ENFILE, EAGAIN, ENOMEM); on POSIX systems any
+// error of the child's exec (a missing "#!" interpreter: ENOENT; ETXTBSY, E2BIG, ELOOP, ...); on
+// Windows a file CreateProcess cannot start (ENOEXEC). A file without "#!" that is not a binary
+// runs through /bin/sh, as execvp does. Where Windows looks for the program, and why a batch
+// file must never get text from elsewhere: docs/runner.md.
+// When the child ran, errno is left as the caller set it unless reading its output or waiting
+// for it failed; a failed wait (as in a caller that ignores SIGCHLD, whose children the system
+// reaps) returns 127 with that error (ECHILD). On Windows the end of a child's output is itself
+// a failed read (a broken pipe), so after an ordinary run with an observer errno is 109. 127 is
+// also what a child that exits with 127 returns: clear errno first to tell them apart.
 //
 // The observer stays the caller's; the runner keeps no pointer to it after returning, and
 // allocates nothing per piece. Calls on different threads are independent: each child gets
