@@ -40,7 +40,7 @@ const Command kCommands[] = {
     {"run", "[OPTION...] [--] COMMAND [ARG...]", "run a command, streaming its output",
      "Takes each ARG literally (no shell). Options, before COMMAND:\n"
      "  --timeout=SECONDS    end the command and all it started after SECONDS (such as 10 or\n"
-     "                       0.5; 0: no limit): SIGTERM, then SIGKILL 1 s later\n"
+     "                       0.5; 0 or inf: no limit): SIGTERM, then SIGKILL 1 s later\n"
      "  --cwd=DIR            run it in DIR\n"
      "  --env=NAME=VALUE     set a variable (repeatable)\n"
      "  --unset-env=NAME     remove a variable (repeatable)\n"
