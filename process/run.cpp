@@ -48,12 +48,10 @@ struct Timeout {
 // One of the child's output streams, relayed to its observer.
 struct OutputStream {
     Channel channel;
-    IBlockingProcessObserver* observer = nullptr;
     Relay relay{nullptr};
 
-    long open(IBlockingProcessObserver* to, sys::Handle* childEnd) {
-        observer = to;
-        relay = Relay(to);
+    long open(IBlockingProcessObserver* observer, sys::Handle* childEnd) {
+        relay = Relay(observer);
         return channel.open(true, childEnd);
     }
 
