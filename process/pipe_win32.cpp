@@ -248,10 +248,17 @@ Io Channel::write(const char* bytes, std::size_t size, std::size_t* count) {
     return outcome(done, n, count, &ignored, &s.pending);
 }
 
+// The event can be set while the transfer is still under way (by an earlier one's completion): it
+// is reset and the transfer looked at again, so the run neither spins on it nor misses the end,
+// which sets the transfer's status before the event.
 Io Channel::complete(std::size_t* count, long* error) {
     State& s = *state_;
     DWORD n = 0;
-    const BOOL done = GetOverlappedResult(handleOf(s.pipe.get()), &s.overlapped, &n, FALSE);
+    BOOL done = GetOverlappedResult(handleOf(s.pipe.get()), &s.overlapped, &n, FALSE);
+    if (!done && GetLastError() == ERROR_IO_INCOMPLETE) {
+        ResetEvent(s.overlapped.hEvent);
+        done = GetOverlappedResult(handleOf(s.pipe.get()), &s.overlapped, &n, FALSE);
+    }
     return outcome(done, n, count, error, &s.pending);
 }
 
