@@ -146,10 +146,8 @@ bool Child::start(const VelcanCommandState& command, const std::vector<std::stri
     std::vector<std::string> environment = childEnvironment(inherited, command.environment, false);
     Handle directory;
     if (command.haveDirectory) {
-        directory = Handle(aboveStandardHandles(
-            open(command.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
-        if (!directory.valid()) {
-            *notStarted = setupFailed(errno);
+        if (long error = openOwn(command.directory.c_str(), O_RDONLY | O_DIRECTORY, &directory)) {
+            *notStarted = setupFailed(static_cast<int>(error));
             return false;
         }
     }

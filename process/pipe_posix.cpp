@@ -76,14 +76,10 @@ int readPipe(Native handle, char* buffer, std::size_t size, std::size_t* count) 
     }
 }
 
-namespace {
-
 long openOwn(const char* path, int flags, Handle* handle) {
     *handle = Handle(aboveStandardHandles(open(path, flags | O_CLOEXEC)));
     return handle->valid() ? 0 : errno;
 }
-
-} // namespace
 
 long openNullDevice(bool forWriting, Handle* handle) {
     return openOwn("/dev/null", forWriting ? O_WRONLY : O_RDONLY, handle);

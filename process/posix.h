@@ -2,6 +2,8 @@
 #ifndef VELCAN_PROCESS_POSIX_H
 #define VELCAN_PROCESS_POSIX_H
 
+#include "process/handle.h"
+
 namespace velcan {
 namespace sys {
 
@@ -9,6 +11,9 @@ namespace sys {
 // be mistaken for one of a child's standard handles, keeping close-on-exec. Returns the
 // descriptor, or -1 with errno set (the one given is closed then).
 int aboveStandardHandles(int fd);
+
+// Opens a file close-on-exec and above 2: 0, or the errno value.
+long openOwn(const char* path, int flags, Handle* handle);
 
 } // namespace sys
 } // namespace velcan

@@ -143,6 +143,7 @@ class Run {
     bool reading() const { return output_.channel.isOpen() || errors_.channel.isOpen(); }
     void end(VelcanRunEnd why);
     void killAfterGrace(long long now);
+    void killed(long long now);
     VelcanRunResult result();
 
     const VelcanCommandState& command_;
@@ -302,21 +303,22 @@ void Run::end(VelcanRunEnd why) {
     input_.channel.close();
     const long long now = nowMs();
     const long long grace = millisecondsOf(command_.gracePeriod);
-    if (grace != 0 && !child_.endTree(true)) {
-        phase_ = Phase::Terminating;
+    phase_ = Phase::Terminating;
+    if (child_.endTree(grace != 0)) {
+        killed(now);
+    } else {
         killAt_ = after(now, grace);
-        return;
     }
-    if (grace == 0) {
-        child_.endTree(false);
-    }
-    phase_ = Phase::Killed;
-    // What still holds the output now is outside the group or job, out of the run's reach.
-    stopReadingAt_ = now + 250;
 }
 
 void Run::killAfterGrace(long long now) {
     child_.endTree(false);
+    killed(now);
+}
+
+// What still holds the output once the tree is killed is outside the group or job, out of the
+// run's reach: it is read a little longer only.
+void Run::killed(long long now) {
     phase_ = Phase::Killed;
     stopReadingAt_ = now + 250;
 }

@@ -54,15 +54,32 @@ Ran runWith(VelcanCommand& command, bool errorsApart = false) {
     return ran;
 }
 
+// Runs `words` with the command's settings and observers.
+VelcanRunResult runArgumentsAsSet(VelcanCommand& command, const std::vector<std::string>& words) {
+    const std::vector<const char*> list = argv(words);
+    command.SetArguments(list.data());
+    return command.Run();
+}
+
+// Runs `words` with the command's settings, its output (and errors, if apart) gathered.
+Ran runArguments(VelcanCommand& command, const std::vector<std::string>& words,
+                 bool errorsApart = false) {
+    const std::vector<const char*> list = argv(words);
+    command.SetArguments(list.data());
+    return runWith(command, errorsApart);
+}
+
 // A test's command: set what the run needs on `command`, then run it in one line.
 class Command : public ::testing::Test {
   protected:
     VelcanCommand command;
 
     Ran run(const std::vector<std::string>& words, bool errorsApart = false) {
-        const std::vector<const char*> list = argv(words);
-        command.SetArguments(list.data());
-        return runWith(command, errorsApart);
+        return runArguments(command, words, errorsApart);
+    }
+    // With the observers a test set on `command` itself.
+    VelcanRunResult runAsSet(const std::vector<std::string>& words) {
+        return runArgumentsAsSet(command, words);
     }
 };
 
@@ -188,10 +205,7 @@ TEST_F(Command, ErrorsGoToTheirOwnObserverWhenOneIsSet) {
 }
 
 TEST_F(Command, NoOutputObserverDiscardsTheOutputWithoutBlockingTheChild) {
-    const std::vector<std::string> words = childDoing({"zeros", "1000000", "exit", "4"});
-    const std::vector<const char*> list = argv(words);
-    command.SetArguments(list.data());
-    const VelcanRunResult result = command.Run();
+    const VelcanRunResult result = runAsSet(childDoing({"zeros", "1000000", "exit", "4"}));
     EXPECT_EQ(result.end, VelcanRunEnd::Exited);
     EXPECT_EQ(result.code, 4);
 }
@@ -233,10 +247,7 @@ TEST_F(Command, VariableNameThatIsEmptyOrHoldsEqualsIsRefused) {
     for (const char* name : {"", "A=B"}) {
         VelcanCommand other;
         other.SetEnvironment(name, "x");
-        const std::vector<std::string> words = childDoing({"exit", "0"});
-        const std::vector<const char*> list = argv(words);
-        other.SetArguments(list.data());
-        const Ran ran = runWith(other);
+        const Ran ran = runArguments(other, childDoing({"exit", "0"}));
         EXPECT_EQ(ran.result.end, VelcanRunEnd::Refused) << name;
         EXPECT_EQ(ran.result.error, EINVAL) << name;
     }
@@ -331,11 +342,8 @@ TEST_F(Command, CancelAfterTheTreeIsReadyEndsTheChildAndItsGrandchild) {
     // the cancel triggered, so the whole tree is known when the run is ended.
     WatchingCollector output("ready", [&] { cancel.Cancel(); });
     command.SetOutputObserver(&output);
-    const std::vector<std::string> words =
-        childDoing({"grandchild", "600000", "pid", "out", "ready\\n", "sleep", "600000"});
-    const std::vector<const char*> list = argv(words);
-    command.SetArguments(list.data());
-    const VelcanRunResult result = command.Run();
+    const VelcanRunResult result =
+        runAsSet(childDoing({"grandchild", "600000", "pid", "out", "ready\\n", "sleep", "600000"}));
     EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
     const std::vector<long> pids = pidsIn(output.output);
     ASSERT_EQ(pids.size(), 2u) << output.output;
@@ -350,17 +358,14 @@ TEST_F(Command, CancelFromAnotherThreadEndsTheRunAndItsTree) {
     command.SetCancel(&cancel);
     WatchingCollector output("ready", [&] { started = true; });
     command.SetOutputObserver(&output);
-    const std::vector<std::string> words =
-        childDoing({"grandchild", "600000", "out", "ready\\n", "sleep", "600000"});
-    const std::vector<const char*> list = argv(words);
-    command.SetArguments(list.data());
     std::thread canceller([&] {
         while (!started) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         cancel.Cancel();
     });
-    const VelcanRunResult result = command.Run();
+    const VelcanRunResult result =
+        runAsSet(childDoing({"grandchild", "600000", "out", "ready\\n", "sleep", "600000"}));
     canceller.join();
     EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
     EXPECT_TRUE(cancel.IsCancelled());
@@ -374,10 +379,7 @@ TEST_F(Command, ObserverStopsTheRunThroughTheCancel) {
     command.SetCancel(&cancel);
     WatchingCollector output("stop here", [&] { cancel.Cancel(); });
     command.SetOutputObserver(&output);
-    const std::vector<std::string> words = childDoing({"out", "stop here\\n", "sleep", "600000"});
-    const std::vector<const char*> list = argv(words);
-    command.SetArguments(list.data());
-    const VelcanRunResult result = command.Run();
+    const VelcanRunResult result = runAsSet(childDoing({"out", "stop here\\n", "sleep", "600000"}));
     EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
     EXPECT_EQ(output.output, "stop here\n");
 }
@@ -404,10 +406,7 @@ TEST_F(Command, CancelledAfterTheStartSaysHowTheChildEnded) {
     command.SetCancel(&cancel);
     WatchingCollector output("ready", [&] { cancel.Cancel(); });
     command.SetOutputObserver(&output);
-    const std::vector<std::string> words = childDoing({"out", "ready", "sleep", "600000"});
-    const std::vector<const char*> list = argv(words);
-    command.SetArguments(list.data());
-    const VelcanRunResult result = command.Run();
+    const VelcanRunResult result = runAsSet(childDoing({"out", "ready", "sleep", "600000"}));
     EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
     EXPECT_EQ(result.error, 0);
     EXPECT_NE(result.code, 0); // SIGTERM's number, or the code its job was terminated with
@@ -438,11 +437,8 @@ TEST_F(Command, ConcurrentRunsDoNotHoldEachOthersOutput) {
     VelcanCancel cancel;
     std::thread longRun([&] {
         VelcanCommand other;
-        const std::vector<std::string> words = childDoing({"sleep", "600000"});
-        const std::vector<const char*> list = argv(words);
-        other.SetArguments(list.data());
         other.SetCancel(&cancel);
-        runWith(other);
+        runArguments(other, childDoing({"sleep", "600000"}));
     });
     // Each short run returns at the end of its output, which only its own child held.
     for (int i = 0; i < 20; ++i) {
