@@ -6,6 +6,8 @@ facts_top=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 velcan_version=$(sed -n 's/^project(velcan VERSION \([0-9.]*\).*/\1/p' "$facts_top/CMakeLists.txt")
 # The shared library's SONAME: CMakeLists.txt gives it the major version as its SOVERSION.
 velcan_soname=libvelcan.so.${velcan_version%%.*}
+# abidw's description of the last release's interface, which scripts/check-abi compares with.
+velcan_abi_baseline=tests/library/$velcan_soname.abi
 # velcan_cache and velcan_win32_deps_cache: where things made once are kept (cmake/cache.cmake).
 eval "$(cmake -P "$facts_top/cmake/cache.cmake")"
 
