@@ -2,6 +2,7 @@
 //
 //   expatpp                   an event-driven XML reader over expat; derive from it
 //   VelcanParseUpdateFile     reads the product's version-history file into a record
+//   VelcanParseUpdateBuffer   reads a version history held in memory into the same record
 //   VelcanIsVersionNumber     whether a text is a version number
 //   VelcanCompareVersions     orders version numbers as people read them
 //   VelcanVersionsNewerThan   the versions of a history newer than a given one

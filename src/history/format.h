@@ -21,6 +21,10 @@ const std::size_t kPieceSize = 1024;
 inline bool feedAsTheReader(std::FILE* file, expatpp& reader) {
     return feedInPieces<kPieceSize>(file, reader);
 }
+// The same for bytes in memory.
+inline bool feedAsTheReader(const char* data, std::size_t size, expatpp& reader) {
+    return feedInPieces<kPieceSize>(data, size, reader);
+}
 
 // The elements the reader knows; every other element is Other, and ignored.
 enum class ElementKind : unsigned char { Other, Version, FeatureDescription };

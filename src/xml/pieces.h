@@ -1,5 +1,6 @@
-// Feeding an open file to an expatpp reader piece by piece. Internal; the history reader
-// and the velcan tool share it, so that what the tool reports matches what the reader meets.
+// Feeding an open file, or bytes in memory, to an expatpp reader piece by piece. Internal; the
+// history reader and the velcan tool share it, so that what the tool reports matches what the
+// reader meets.
 #ifndef VELCAN_XML_PIECES_H
 #define VELCAN_XML_PIECES_H
 
@@ -20,6 +21,21 @@ template <std::size_t PieceSize> bool feedInPieces(std::FILE* file, expatpp& rea
         const std::size_t n = std::fread(buffer, 1, PieceSize, file);
         const int isFinal = n < PieceSize ? 1 : 0;
         if (reader.XML_Parse(buffer, static_cast<int>(n), isFinal) == 0) {
+            return false;
+        }
+        if (isFinal != 0) {
+            return true;
+        }
+    }
+}
+
+// The same for size bytes held in memory at data: the same pieces, the same final mark.
+template <std::size_t PieceSize>
+bool feedInPieces(const char* data, std::size_t size, expatpp& reader) {
+    for (std::size_t at = 0;; at += PieceSize) {
+        const std::size_t n = size - at < PieceSize ? size - at : PieceSize;
+        const int isFinal = n < PieceSize ? 1 : 0;
+        if (reader.XML_Parse(data + at, static_cast<int>(n), isFinal) == 0) {
             return false;
         }
         if (isFinal != 0) {

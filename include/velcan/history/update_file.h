@@ -2,6 +2,7 @@
 #ifndef VELCAN_HISTORY_UPDATE_FILE_H
 #define VELCAN_HISTORY_UPDATE_FILE_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -35,5 +36,14 @@ struct TUpdateVersionInfo {
 // descriptor until it ends. Check a file of unknown quality once before reading it, and do not
 // retry one that read as empty in a loop.
 VELCAN_API TUpdateVersionInfo VelcanParseUpdateFile(const char* path);
+
+// Reads a version history the caller holds: the size bytes at data, which need not end in a
+// NUL (a null data reads as no bytes). The same record, rules and failures as
+// VelcanParseUpdateFile, fed to expat in the same pieces, with nothing opened: an empty record
+// when the XML is malformed, empty or not standalone, or when memory runs out. The bytes are
+// read as they are, and not kept after the call; on Windows, where the file reader's text
+// mode ends a file at a Ctrl-Z (0x1A), give the bytes up to it for the same record. Safe to
+// call from several threads at once.
+VELCAN_API TUpdateVersionInfo VelcanParseUpdateBuffer(const char* data, std::size_t size);
 
 #endif
