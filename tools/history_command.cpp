@@ -59,12 +59,12 @@ bool inputHoldsData() {
     return S_ISFIFO(st.st_mode) || S_ISREG(st.st_mode);
 }
 
-// The reader says nothing of why a record is empty: the file's own XML error, if any, read
-// again from the start by a plain reader fed as the history reader is fed.
-bool reportXmlError(std::FILE* file, const char* path) {
-    std::rewind(file);
+// The reader says nothing of why a record is empty: the history's own XML error, if any, read
+// again from the start (a file rewound, or the bytes) by a plain reader fed as the history
+// reader is fed.
+template <typename... Source> bool reportXmlError(const char* path, Source... source) {
     expatpp reader;
-    if (velcan::history::feedAsTheReader(file, reader)) {
+    if (velcan::history::feedAsTheReader(source..., reader)) {
         return false;
     }
     reportError(locationOf(path, reader) + ": " + xmlErrorMessage(reader.XML_GetErrorCode()));
@@ -158,15 +158,23 @@ int historyCommand(const Arguments& args) {
         reportError("cannot open " + shown + ": " + reason);
         return kExitFailure;
     }
-    // The library opens the file by name: a pipe is read once, into a copy it can open.
-    NamedCopy named;
-    if (!named.make(file, path, &reason)) {
+    // A regular file is read by name, as applications read theirs; anything else can be read
+    // only once, so its bytes are read into memory and the history from them.
+    const bool byName = isRegularFile(file, path);
+    std::string bytes;
+    if (!byName && !readWhole(file, &bytes, &reason)) {
         std::fclose(file);
         reportError("cannot read " + shown + ": " + reason);
         return kExitFailure;
     }
-    const TUpdateVersionInfo info = VelcanParseUpdateFile(named.path().c_str());
-    const bool malformed = info.versions.empty() && reportXmlError(file, shown.c_str());
+    const TUpdateVersionInfo info =
+        byName ? VelcanParseUpdateFile(path) : VelcanParseUpdateBuffer(bytes.data(), bytes.size());
+    bool malformed = false;
+    if (info.versions.empty()) {
+        std::rewind(file);
+        malformed = byName ? reportXmlError(shown.c_str(), file)
+                           : reportXmlError(shown.c_str(), bytes.data(), bytes.size());
+    }
     std::fclose(file);
     if (malformed) {
         return kExitFailure;

@@ -13,24 +13,11 @@ std::FILE* openForReading(const char* path, std::string* reason);
 // How messages name a FILE argument: "(standard input)" for "-", else as given.
 std::string shownName(const std::string& path);
 
-// A file the library can open by name, holding the same bytes as `file` (open at its start).
-// A regular file is its own path; anything else (a pipe, a FIFO, a terminal, standard input)
-// can be read only once, so its bytes are copied into a temporary file first, removed again
-// when this is destroyed.
-class NamedCopy {
-  public:
-    NamedCopy() = default;
-    NamedCopy(const NamedCopy&) = delete;
-    NamedCopy& operator=(const NamedCopy&) = delete;
-    ~NamedCopy();
+// Whether file, opened from path, is a regular file the library can open again by name
+// (standard input, a pipe, a FIFO or a terminal can be read only once).
+bool isRegularFile(std::FILE* file, const std::string& path);
 
-    // Makes the name for `file`, given as `path`; false with *reason when the copy fails.
-    bool make(std::FILE* file, const std::string& path, std::string* reason);
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string path_;
-    bool temporary_ = false;
-};
+// Appends what is left of file to *bytes; false with *reason on a read error.
+bool readWhole(std::FILE* file, std::string* bytes, std::string* reason);
 
 #endif
