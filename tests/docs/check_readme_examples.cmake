@@ -1,10 +1,11 @@
-# Each code block of the README marked "<!-- example: PATH -->" is the file PATH as it stands
-# (the file is built and run by the suite, so the README's code cannot go stale).
-#   -DREADME=... -DSOURCE=...
-file(STRINGS ${README} lines)
+# Each code block of the documents marked "<!-- example: PATH -->" is the file PATH as it
+# stands (the file is built and run by the suite, so the code shown cannot go stale).
+#   -DDOCS=README.md;docs/runner.md;... -DSOURCE=... -DEXPECTED=N
+set(checked 0)
+foreach(doc IN LISTS DOCS)
+file(STRINGS ${SOURCE}/${doc} lines)
 set(path "")
 set(inside OFF)
-set(checked 0)
 foreach(line IN LISTS lines)
   if(line MATCHES "^<!-- example: (.+) -->$")
     set(path ${CMAKE_MATCH_1})
@@ -14,7 +15,7 @@ foreach(line IN LISTS lines)
   elseif(inside AND line STREQUAL "```")
     file(READ ${SOURCE}/${path} expected)
     if(NOT "${block}" STREQUAL "${expected}")
-      message(FATAL_ERROR "README's block for ${path} differs from the file")
+      message(FATAL_ERROR "${doc}'s block for ${path} differs from the file")
     endif()
     math(EXPR checked "${checked} + 1")
     set(inside OFF)
@@ -23,6 +24,7 @@ foreach(line IN LISTS lines)
     string(APPEND block "${line}\n")
   endif()
 endforeach()
+endforeach()
 if(NOT checked EQUAL EXPECTED)
-  message(FATAL_ERROR "${checked} example blocks found in the README, expected ${EXPECTED}")
+  message(FATAL_ERROR "${checked} example blocks found in ${DOCS}, expected ${EXPECTED}")
 endif()
