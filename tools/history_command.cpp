@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -184,21 +185,21 @@ int historyCommand(const Arguments& args) {
         return kExitFailure;
     }
     // Written a version at a time: no copy of the record, nor of the whole text, is made.
-    NotesWriter notes(options.format);
-    std::string out = notes.begin();
+    const std::unique_ptr<NotesWriter> notes = makeNotesWriter(options.format);
+    std::string out = notes->begin();
     errno = 0; // a failed write's errno is kept for finishOutput()
     for (const TUpdateVersion& version : info.versions) {
         if (options.since &&
             VelcanCompareVersions(version.number.c_str(), options.sinceVersion.c_str()) <= 0) {
             continue;
         }
-        notes.version(version, out);
+        notes->version(version, out);
         if (out.size() >= kWriteSize) {
             std::fwrite(out.data(), 1, out.size(), stdout);
             out.clear();
         }
     }
-    out += notes.end(info.extraText);
+    out += notes->end(info.extraText);
     std::fwrite(out.data(), 1, out.size(), stdout);
     return finishOutput() ? 0 : kExitFailure;
 }

@@ -2,16 +2,12 @@
 
 #include <cstring>
 
-#include "json.h"
+#include "history/ascii.h"
 
 namespace {
 
 bool isBlank(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
 }
 
 // Whether text has "www" (in any letter case) at `at`, not inside a word.
@@ -22,23 +18,8 @@ bool isWww(const std::string& text, std::size_t at) {
         }
     }
     const char before = at == 0 ? ' ' : text[at - 1];
-    return !(isDigit(before) || (before >= 'a' && before <= 'z') ||
-             (before >= 'A' && before <= 'Z'));
+    return !isAsciiLetterOrDigit(before);
 }
-
-// Appends a version's heading: its number (or "(no number)") and its date in brackets, if any.
-void appendHeading(std::string& out, const TUpdateVersion& version) {
-    out += version.number.empty() ? "(no number)" : version.number;
-    if (!version.date.empty()) {
-        out += " (";
-        out += version.date;
-        out += ')';
-    }
-}
-
-} // namespace
-
-namespace {
 
 // The characters HTML would read as markup, and what stands for each.
 const char* htmlReference(char c) {
@@ -71,10 +52,6 @@ void appendHtmlEscapedRun(std::string& out, const char* p, std::size_t length) {
         }
     }
 }
-
-} // namespace
-
-namespace {
 
 // What each byte is to the folding: other text, a blank (space, tab, CR, LF), or a character
 // HTML reads as markup.
@@ -139,7 +116,7 @@ void appendMarkdownEscaped(std::string& out, const std::string& text, bool start
     // Acted on at the start of a block: lists, block quotes, setext underlines.
     static const char kAtStart[] = "+-=>";
     std::size_t digits = 0;
-    while (startsABlock && digits < text.size() && isDigit(text[digits])) {
+    while (startsABlock && digits < text.size() && isAsciiDigit(text[digits])) {
         ++digits;
     }
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -160,97 +137,4 @@ void appendMarkdownEscaped(std::string& out, const std::string& text, bool start
 
 void appendHtmlEscaped(std::string& out, const std::string& text) {
     appendHtmlEscapedRun(out, text.data(), text.size());
-}
-
-std::string NotesWriter::begin() const {
-    switch (format_) {
-    case NotesFormat::Json:
-        return "{\"format\":1,\"versions\":[";
-    case NotesFormat::HtmlPage:
-        return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-               "<title>Release notes</title>\n</head>\n<body>\n";
-    default:
-        return "";
-    }
-}
-
-const std::string& NotesWriter::folded(const std::string& description) {
-    folded_.clear();
-    appendFolded(folded_, description);
-    return folded_;
-}
-
-void NotesWriter::version(const TUpdateVersion& version, std::string& out) {
-    const bool first = first_;
-    first_ = false;
-    switch (format_) {
-    case NotesFormat::Text:
-        out += "Version ";
-        appendHeading(out, version);
-        out += '\n';
-        for (const std::string& description : version.featureDescriptions) {
-            out += "  - ";
-            appendFolded(out, description);
-            out += '\n';
-        }
-        break;
-    case NotesFormat::Markdown:
-        out += first ? "## " : "\n## ";
-        folded_.clear();
-        appendHeading(folded_, version);
-        appendMarkdownEscaped(out, folded_, false);
-        out += version.featureDescriptions.empty() ? "\n" : "\n\n";
-        for (const std::string& description : version.featureDescriptions) {
-            const std::string& text = folded(description);
-            out += text.empty() ? "-" : "- ";
-            appendMarkdownEscaped(out, text, true);
-            out += '\n';
-        }
-        break;
-    case NotesFormat::Html:
-    case NotesFormat::HtmlPage:
-        out += "<section class=\"version\">\n<h2>";
-        folded_.clear();
-        appendHeading(folded_, version);
-        appendHtmlEscaped(out, folded_);
-        out += "</h2>\n";
-        if (!version.featureDescriptions.empty()) {
-            out += "<ul>\n";
-            for (const std::string& description : version.featureDescriptions) {
-                out += "<li>";
-                appendFoldedHtmlEscaped(out, description);
-                out += "</li>\n";
-            }
-            out += "</ul>\n";
-        }
-        out += "</section>\n";
-        break;
-    case NotesFormat::Json:
-        out += first ? "{" : ",{";
-        out += "\"number\":";
-        appendJsonString(out, version.number.data(), version.number.size());
-        out += ",\"date\":";
-        appendJsonString(out, version.date.data(), version.date.size());
-        out += ",\"featureDescriptions\":[";
-        for (std::size_t d = 0; d < version.featureDescriptions.size(); ++d) {
-            if (d != 0) {
-                out += ',';
-            }
-            const std::string& text = version.featureDescriptions[d];
-            appendJsonString(out, text.data(), text.size());
-        }
-        out += "]}";
-        break;
-    }
-}
-
-std::string NotesWriter::end(const std::string& extraText) const {
-    switch (format_) {
-    case NotesFormat::Json:
-        return "],\"extraText\":" + jsonString(extraText) + "}\n";
-    case NotesFormat::HtmlPage:
-        return "</body>\n</html>\n";
-    default:
-        return "";
-    }
 }

@@ -2,6 +2,7 @@
 #ifndef VELCAN_TOOLS_RELEASE_NOTES_H
 #define VELCAN_TOOLS_RELEASE_NOTES_H
 
+#include <memory>
 #include <string>
 
 #include <velcan/velcan.h>
@@ -24,24 +25,20 @@ void appendHtmlEscaped(std::string& out, const std::string& text);
 void appendFoldedHtmlEscaped(std::string& out, const std::string& text);
 
 // Release notes written a version at a time, so that neither the record nor the whole text
-// is copied: begin(), then version() for each version shown, then end(). Text: "Version
-// NUMBER (DATE)" and a bullet per description; Markdown: a heading per version and a list item
-// per description; HTML: a section per version (HtmlPage: a whole page around them); JSON: the
-// record as it is ({"format":1,...}, descriptions as read).
+// is copied: begin(), then version() for each version shown, then end().
 class NotesWriter {
   public:
-    explicit NotesWriter(NotesFormat format) : format_(format) {}
-    std::string begin() const;
+    virtual ~NotesWriter() = default;
+    virtual std::string begin() const { return std::string(); }
     // Appends the version's notes to out.
-    void version(const TUpdateVersion& version, std::string& out);
-    std::string end(const std::string& extraText) const;
-
-  private:
-    const std::string& folded(const std::string& description);
-
-    NotesFormat format_;
-    bool first_ = true;
-    std::string folded_; // reused, so that a version costs no allocation of its own
+    virtual void version(const TUpdateVersion& version, std::string& out) = 0;
+    virtual std::string end(const std::string& extraText) const;
 };
+
+// The writer of a format. Text: "Version NUMBER (DATE)" and a bullet per description;
+// Markdown: a heading per version and a list item per description; HTML: a section per
+// version (HtmlPage: a whole page around them); JSON: the record as it is
+// ({"format":1,...}, descriptions as read).
+std::unique_ptr<NotesWriter> makeNotesWriter(NotesFormat format);
 
 #endif

@@ -6,6 +6,14 @@
 #include <cstdint>
 #include <cstring>
 
+// ASCII's digits and letters, whatever the locale.
+inline bool isAsciiDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+inline bool isAsciiLetterOrDigit(char c) {
+    return isAsciiDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
 // True when the length bytes at text equal letters (a lower-case ASCII word of that length)
 // in any letter case. Each byte of text either is the letter or the letter's upper-case
 // form: no other byte maps onto a lower-case letter by setting bit 5, so setting it in

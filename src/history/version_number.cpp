@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "history/ascii.h"
+
 namespace {
 
 // A run of bytes inside a text being compared; nothing is copied.
@@ -11,17 +13,13 @@ struct Span {
     bool empty() const { return begin == end; }
 };
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 bool isIdentifierByte(char c) {
-    return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '-';
+    return isAsciiLetterOrDigit(c) || c == '-';
 }
 
 bool allDigits(Span s) {
     for (const char* p = s.begin; p != s.end; ++p) {
-        if (!isDigit(*p)) {
+        if (!isAsciiDigit(*p)) {
             return false;
         }
     }
@@ -76,7 +74,7 @@ Parsed parse(const char* text) {
     if (p != end && (*p == 'v' || *p == 'V')) {
         ++p;
     }
-    if (!readParts(&p, end, isDigit, &r.release)) {
+    if (!readParts(&p, end, isAsciiDigit, &r.release)) {
         return r;
     }
     if (p != end && *p == '-') {
