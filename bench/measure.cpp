@@ -88,25 +88,25 @@ void info(const char* name, const std::string& measure, const std::string& basel
                 baseline.c_str(), ratio, "", "info");
 }
 
-std::string ms(double s) {
+namespace {
+std::string formatted(const char* format, double value) {
     char b[32];
-    std::snprintf(b, sizeof b, "%.2f ms", s * 1e3);
+    std::snprintf(b, sizeof b, format, value);
     return b;
+}
+} // namespace
+
+std::string ms(double s) {
+    return formatted("%.2f ms", s * 1e3);
 }
 std::string ns(double s) {
-    char b[32];
-    std::snprintf(b, sizeof b, "%.1f ns", s * 1e9);
-    return b;
+    return formatted("%.1f ns", s * 1e9);
 }
 std::string us(double s) {
-    char b[32];
-    std::snprintf(b, sizeof b, "%.1f us", s * 1e6);
-    return b;
+    return formatted("%.1f us", s * 1e6);
 }
 std::string mib(double bytes) {
-    char b[32];
-    std::snprintf(b, sizeof b, "%.1f MiB", bytes / (1 << 20));
-    return b;
+    return formatted("%.1f MiB", bytes / (1 << 20));
 }
 
 void wrongResult(const std::string& what) {
