@@ -9,7 +9,7 @@
 
 #include "commands.h"
 #include "history/format.h"
-#include "json.h"
+#include "history/json.h"
 #include "input.h"
 #include "report.h"
 

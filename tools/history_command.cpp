@@ -20,7 +20,7 @@
 #include "commands.h"
 #include "history/format.h"
 #include "input.h"
-#include "release_notes.h"
+#include "history/release_notes.h"
 #include "report.h"
 
 #ifndef VELCAN_SAMPLE_RELATIVE

@@ -17,7 +17,7 @@
 #include "history/format.h"
 #include "history/update_file_parser.h"
 #include "input.h"
-#include "json.h"
+#include "history/json.h"
 #include "report.h"
 
 namespace {

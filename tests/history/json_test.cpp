@@ -1,7 +1,7 @@
 // JSON string quoting of the tool's --json output.
 #include <gtest/gtest.h>
 
-#include "json.h"
+#include "history/json.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // A version history shown as release notes: plain text, Markdown, HTML or JSON.
-#ifndef VELCAN_TOOLS_RELEASE_NOTES_H
-#define VELCAN_TOOLS_RELEASE_NOTES_H
+#ifndef VELCAN_HISTORY_RELEASE_NOTES_H
+#define VELCAN_HISTORY_RELEASE_NOTES_H
 
 #include <memory>
 #include <string>

@@ -1,6 +1,6 @@
-// Quoting texts for the tool's output.
-#ifndef VELCAN_TOOLS_JSON_H
-#define VELCAN_TOOLS_JSON_H
+// Texts as JSON string literals, for the release notes and the tool.
+#ifndef VELCAN_HISTORY_JSON_H
+#define VELCAN_HISTORY_JSON_H
 
 #include <cstddef>
 #include <string>

@@ -1,6 +1,6 @@
 // One writer per release-notes format.
-#include "json.h"
-#include "release_notes.h"
+#include "history/json.h"
+#include "history/release_notes.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "json.h"
+#include "history/json.h"
 
 namespace {
 

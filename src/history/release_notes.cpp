@@ -1,4 +1,4 @@
-#include "release_notes.h"
+#include "history/release_notes.h"
 
 #include <cstring>
 
