@@ -5,6 +5,7 @@
 #include <vector>
 
 #include <expat.h>
+#include <velcan/c.h>
 #include <velcan/velcan.h>
 
 #include "generate_history.h"
@@ -71,6 +72,26 @@ void historyMeasures(bool quick) {
     const double growth = static_cast<double>(peakBytes - before);
     const double owned = static_cast<double>(ownedBytes(info));
     row("peak heap growth / bytes the record owns", mib(growth), mib(owned), growth / owned, 1.20);
+
+    // The same file through the C interface (the handle freed), against the C++ call.
+    size_t countC = 0;
+    const Pair c = interleaved(
+        quick ? 3 : 7,
+        [&] {
+            return seconds([&] {
+                velcan_history* history = nullptr;
+                velcan_history_read_file(path.c_str(), &history);
+                countC = velcan_history_count(history);
+                velcan_history_free(history);
+            });
+        },
+        [&] { return seconds([&] { VelcanParseUpdateFile(path.c_str()); }); });
+    row("history: C interface / C++ call", ms(c.measure), ms(c.baseline), c.measure / c.baseline,
+        1.05);
+    if (static_cast<long>(countC) != versions) {
+        wrongResult("velcan_history_read_file read " + std::to_string(countC) + " versions of " +
+                    std::to_string(versions));
+    }
     std::remove(path.c_str());
 }
 

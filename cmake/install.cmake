@@ -9,6 +9,11 @@ install(TARGETS velcan EXPORT velcanTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+if(WIN32)
+  # The MSVC import library of the C interface (src/CMakeLists.txt makes it).
+  install(FILES ${PROJECT_BINARY_DIR}/velcan.lib DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    COMPONENT development)
+endif()
 # The headers as they lie under include/velcan, with the generated version.h beside them.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/velcan ${PROJECT_BINARY_DIR}/include/velcan
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)

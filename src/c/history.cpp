@@ -7,6 +7,7 @@
 #include <string>
 
 #include "c/status.h"
+#include "history/reading.h"
 #include "history/release_notes.h"
 #include "velcan/history/update_file.h"
 #include "velcan/history/version_number.h"
@@ -77,17 +78,14 @@ extern "C" velcan_status VELCAN_CALL velcan_history_read_file(const char* path,
         if (path == nullptr) {
             return nullArgument("path");
         }
-        // Read whole and closed at once, so that a file that fails leaves nothing open.
         std::FILE* file = openText(path);
         if (file == nullptr) {
             return fail(VELCAN_ERROR_FILE,
                         std::string("cannot open ") + path + ": " + std::strerror(errno));
         }
-        std::string bytes;
-        char piece[65536];
-        for (std::size_t n; (n = std::fread(piece, 1, sizeof piece, file)) > 0;) {
-            bytes.append(piece, n);
-        }
+        // Read as VelcanParseUpdateFile reads it, but closed whatever happens.
+        errno = 0;
+        velcan::history::Reading r = velcan::history::readOpenFile(file);
         const bool readError = std::ferror(file) != 0;
         const int error = errno;
         std::fclose(file);
@@ -95,7 +93,7 @@ extern "C" velcan_status VELCAN_CALL velcan_history_read_file(const char* path,
             return fail(VELCAN_ERROR_FILE,
                         std::string("cannot read ") + path + ": " + std::strerror(error));
         }
-        return give(VelcanParseUpdateBuffer(bytes.data(), bytes.size()), history);
+        return give(std::move(r.info), history);
     });
 }
 
