@@ -23,7 +23,7 @@ class Velcan:
         lib.velcan_history_count.argtypes = [history]
         lib.velcan_history_count.restype = ctypes.c_size_t
         lib.velcan_history_newest.argtypes = [history]
-        lib.velcan_history_newest.restype = ctypes.c_long
+        lib.velcan_history_newest.restype = ctypes.c_int
         for name in ("number", "date"):
             call = getattr(lib, "velcan_history_" + name)
             call.argtypes = [history, ctypes.c_size_t]

@@ -18,6 +18,7 @@
    - Callbacks run on the caller's thread, inside the call that was given them, and never
      after it returned.
    - A struct the caller fills (velcan_result) carries its size first, so that it may grow.
+   - Integers are int or size_t, never long, whose size differs between systems.
    Per-system detail of the runner: docs/runner.md. */
 #ifndef VELCAN_C_H
 #define VELCAN_C_H
@@ -106,7 +107,7 @@ VELCAN_C_API void VELCAN_CALL velcan_history_free(velcan_history* history);
 VELCAN_C_API size_t VELCAN_CALL velcan_history_count(const velcan_history* history);
 
 /* The index of the newest version, or -1 when there is none. */
-VELCAN_C_API long VELCAN_CALL velcan_history_newest(const velcan_history* history);
+VELCAN_C_API int VELCAN_CALL velcan_history_newest(const velcan_history* history);
 
 /* Version index's number and date attributes, as read ("" when absent), and how many feature
    descriptions it has. Null (or 0) when index is out of range. The texts live as long as the
@@ -226,7 +227,7 @@ typedef struct velcan_result {
     /* Why nothing ran, or the first failure of a run that started, as an errno value; or 0. */
     int error;
     /* The system's own code for it (errno's, or on Windows GetLastError's). */
-    long system_error;
+    int system_error;
 } velcan_result;
 
 /* Runs the command on the calling thread and fills *result once it has ended, as

@@ -278,7 +278,7 @@ extern "C" velcan_status VELCAN_CALL velcan_command_run(velcan_command* command,
         result->end = static_cast<int>(r.end);
         result->code = r.code;
         result->error = r.error;
-        result->system_error = r.systemError;
+        result->system_error = static_cast<int>(r.systemError);
         return stopped ? fail(VELCAN_ERROR_STOPPED_BY_CALLBACK, "a callback ended the run")
                        : VELCAN_OK;
     });

@@ -140,7 +140,7 @@ extern "C" size_t VELCAN_CALL velcan_history_count(const velcan_history* history
     return history != nullptr ? history->info.versions.size() : 0;
 }
 
-extern "C" long VELCAN_CALL velcan_history_newest(const velcan_history* history) {
+extern "C" int VELCAN_CALL velcan_history_newest(const velcan_history* history) {
     return history != nullptr ? VelcanNewestVersion(history->info) : -1;
 }
 
