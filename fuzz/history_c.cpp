@@ -28,8 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
          ++format) {
         char* text = nullptr;
         size_t length = 0;
-        if (velcan_history_notes(history, static_cast<velcan_notes_format>(format), &text,
-                                 &length) != VELCAN_OK ||
+        if (velcan_history_notes(history, format, &text, &length) != VELCAN_OK ||
             std::strlen(text) > length) {
             std::abort();
         }

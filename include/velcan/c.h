@@ -132,11 +132,11 @@ typedef enum velcan_notes_format {
     VELCAN_NOTES_JSON = 4
 } velcan_notes_format;
 
-/* The history as release notes in format, every version in its order, into *text (*size bytes
-   and a NUL after them), allocated for the caller: free it with velcan_free(). */
+/* The history as release notes in format (a velcan_notes_format; another value is refused),
+   every version in its order, into *text (*size bytes and a NUL after them), allocated for the
+   caller: free it with velcan_free(). */
 VELCAN_C_API velcan_status VELCAN_CALL velcan_history_notes(const velcan_history* history,
-                                                            velcan_notes_format format, char** text,
-                                                            size_t* size);
+                                                            int format, char** text, size_t* size);
 
 /* ---- Running a command (VelcanCommand's way: velcan/process/command.h). -------------------- */
 

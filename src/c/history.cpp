@@ -170,9 +170,8 @@ extern "C" const char* VELCAN_CALL velcan_history_description(const velcan_histo
                : nullptr;
 }
 
-extern "C" velcan_status VELCAN_CALL velcan_history_notes(const velcan_history* history,
-                                                          velcan_notes_format format, char** text,
-                                                          size_t* size) {
+extern "C" velcan_status VELCAN_CALL velcan_history_notes(const velcan_history* history, int format,
+                                                          char** text, size_t* size) {
     return guarded([&] {
         if (text == nullptr || size == nullptr) {
             return nullArgument(text == nullptr ? "text" : "size");

@@ -373,8 +373,7 @@ static void test_history_notes_are_written_in_each_format(void) {
     for (format = VELCAN_NOTES_TEXT; format <= VELCAN_NOTES_JSON; ++format) {
         char* text = NULL;
         size_t size = 0;
-        CHECK(velcan_history_notes(history, (velcan_notes_format)format, &text, &size) ==
-              VELCAN_OK);
+        CHECK(velcan_history_notes(history, format, &text, &size) == VELCAN_OK);
         CHECK(text != NULL && strncmp(text, starts[format], strlen(starts[format])) == 0);
         CHECK(text != NULL && strlen(text) == size);
         velcan_free(text);
@@ -382,8 +381,7 @@ static void test_history_notes_are_written_in_each_format(void) {
     {
         char* text = NULL;
         size_t size = 0;
-        CHECK(velcan_history_notes(history, (velcan_notes_format)99, &text, &size) ==
-              VELCAN_ERROR_ARGUMENT);
+        CHECK(velcan_history_notes(history, 99, &text, &size) == VELCAN_ERROR_ARGUMENT);
         CHECK(text == NULL);
     }
     velcan_history_free(history);
