@@ -10,8 +10,11 @@
 inline bool isAsciiDigit(char c) {
     return c >= '0' && c <= '9';
 }
+inline bool isAsciiLetter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
 inline bool isAsciiLetterOrDigit(char c) {
-    return isAsciiDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    return isAsciiDigit(c) || isAsciiLetter(c);
 }
 
 // True when the length bytes at text equal letters (a lower-case ASCII word of that length)

@@ -77,8 +77,10 @@ Parsed parse(const char* text) {
     if (!readParts(&p, end, isAsciiDigit, &r.release)) {
         return r;
     }
-    if (p != end && *p == '-') {
-        ++p;
+    // A pre-release after "-", or written straight after the release's last number
+    // ("3.1b10" is "3.1-b10").
+    if (p != end && (*p == '-' || isAsciiLetter(*p))) {
+        p += *p == '-' ? 1 : 0;
         if (!readParts(&p, end, isIdentifierByte, &r.prerelease)) {
             return r;
         }
@@ -141,6 +143,37 @@ int compareReleases(Span a, Span b) {
     return 0;
 }
 
+// The next run of *rest that is all digits or has none, which it then leaves.
+Span nextRun(Span* rest) {
+    Span run = {rest->begin, rest->begin};
+    const bool digits = run.end != rest->end && isAsciiDigit(*run.end);
+    while (run.end != rest->end && isAsciiDigit(*run.end) == digits) {
+        ++run.end;
+    }
+    rest->begin = run.end;
+    return run;
+}
+
+// Two texts as people read them: run by run, digits as numbers and the rest in byte order, a
+// run of digits before one of other bytes ("rc9" < "rc10", "beta2" < "beta11"), and fewer
+// runs first when all agree.
+int compareTexts(Span a, Span b) {
+    while (!a.empty() && !b.empty()) {
+        const Span ra = nextRun(&a);
+        const Span rb = nextRun(&b);
+        const bool aDigits = isAsciiDigit(*ra.begin);
+        const bool bDigits = isAsciiDigit(*rb.begin);
+        const int c = aDigits != bDigits ? (aDigits ? -1 : 1)
+                      : aDigits          ? compareNumbers(ra, rb)
+                                         : compareBytes(ra, rb);
+        if (c != 0) {
+            return c;
+        }
+    }
+    return a.empty() == b.empty() ? 0 : (a.empty() ? -1 : 1);
+}
+
+// A number before a text; two numbers as numbers; two texts as people read them.
 int comparePrereleasePart(Span a, Span b) {
     const bool aNumber = allDigits(a);
     const bool bNumber = allDigits(b);
@@ -150,7 +183,7 @@ int comparePrereleasePart(Span a, Span b) {
     if (aNumber != bNumber) {
         return aNumber ? -1 : 1;
     }
-    return compareBytes(a, b);
+    return compareTexts(a, b);
 }
 
 // No pre-release comes after any; otherwise part by part, fewer parts first.

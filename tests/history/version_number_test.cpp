@@ -53,6 +53,19 @@ const Pair kOrdered[] = {
     {"2.0-rc-1", "2.0-rc-2"},
     {"2.0-rc.99999999999999999999999", "2.0-rc.100000000000000000000000"},
     {"2.0.0-rc.1", "2.0.1-alpha"},
+    // Within a text, digits as a number.
+    {"1.0-rc9", "1.0-rc10"},
+    {"2.0.0-beta2", "2.0.0-beta11"},
+    {"2.0-rc99999999999999999999", "2.0-rc100000000000000000000"},
+    {"2.0-rc", "2.0-rc1"},
+    {"2.0-rc1", "2.0-rc1a"},
+    {"2.0-rc1", "2.0-rca"},
+    {"2.0-b10x", "2.0-b11"},
+    // A pre-release written straight after the release.
+    {"3.1b9", "3.1b10"},
+    {"3.1b10", "3.1"},
+    {"3.0", "3.1a1"},
+    {"3.1a2", "3.1b1"},
     // A leading v, and build information ignored.
     {"v1.9", "2.0"},
     {"1.9", "v2.0"},
@@ -83,6 +96,9 @@ const Pair kEqual[] = {
     {"2.0+build.1", "2.0+build.2"},
     {"2.0+build", "2.0"},
     {"2.0-rc.01", "2.0-rc.1"},
+    {"2.0-rc01", "2.0-rc1"},
+    {"3.1b10", "3.1-b10"},
+    {"v3.1rc1+b.2", "3.1-rc1"},
     {" 4.1.0 ", "4.1.0"},
     {"0", "0.0"},
     {"00000000000000000000000000001", "1"},
@@ -161,13 +177,15 @@ TEST(VersionNumbers, OrderOverEveryTextOfTheTablesIsTransitive) {
 }
 
 TEST(VersionNumbers, VersionNumbersAreToldFromOtherTexts) {
-    for (const char* text : {"1", "2.10", "v2.1.0", "V3", "2.0-rc.10", "2.0-rc-1.x", "2.0+b.7",
-                             "2.0-rc.1+b", " 4.1.0 ", "01.002"}) {
+    for (const char* text :
+         {"1", "2.10", "v2.1.0", "V3", "2.0-rc.10", "2.0-rc-1.x", "2.0+b.7", "2.0-rc.1+b",
+          " 4.1.0 ", "01.002", "3.1b10", "2.0rc1", "1.0a", "2.0beta.2"}) {
         EXPECT_TRUE(VelcanIsVersionNumber(text)) << text;
     }
     for (const char* text :
-         {"", " ", "build 2024", "2.", ".2", "2..1", "v", "vv1", "2.0-", "2.0-rc..1", "2.0+",
-          "2.0+a..b", "2.0 beta", "2.0_1", "x2", "2.0-r c", "2.0-é", "4.1.0\t"}) {
+         {"",    " ",       "build 2024", "2.",      ".2",       "2..1",     "v",
+          "vv1", "2.0-",    "2.0-rc..1",  "2.0+",    "2.0+a..b", "2.0 beta", "2.0_1",
+          "x2",  "2.0-r c", "2.0-é",      "4.1.0\t", "2.0b.",    "2.0b..1"}) {
         EXPECT_FALSE(VelcanIsVersionNumber(text)) << text;
     }
 }

@@ -10,16 +10,20 @@
 //
 //   [v|V] RELEASE [-PRERELEASE] [+BUILD]
 //
+// where the "-" may be left out before a PRERELEASE that starts with a letter ("3.1b10" is
+// "3.1-b10").
+//
 // - RELEASE: numbers separated by dots ("2", "2.10", "4.1.0"), each compared as a number,
 //   however long ("2.10" > "2.9", "1.18446744073709551616" > "1.18446744073709551615") and
 //   whatever its leading zeros ("2.01" = "2.1"). Missing trailing numbers are zero
 //   ("2.1" = "2.1.0" = "v2.1.0.0").
 // - PRERELEASE, after "-": parts of letters, digits and "-", separated by dots. A pre-release
-//   comes before its release ("2.0-rc.1" < "2.0"). Parts are compared left to right: two
-//   numbers as numbers ("2.0-rc.9" < "2.0-rc.10"), two texts byte by byte in ASCII order
-//   ("2.0-alpha" < "2.0-beta" < "2.0-rc"), and a number comes before a text
-//   ("2.0-1" < "2.0-alpha"); when all parts agree, fewer parts come first
-//   ("2.0-rc" < "2.0-rc.1").
+//   comes before its release ("2.0-rc.1" < "2.0", "3.1b10" < "3.1"). Parts are compared left
+//   to right: two numbers as numbers ("2.0-rc.9" < "2.0-rc.10"), a number before a text
+//   ("2.0-1" < "2.0-alpha"), and two texts run by run, each run of digits as a number and
+//   each run of other bytes in ASCII byte order, digits first ("2.0-alpha" < "2.0-beta" <
+//   "2.0-rc", "1.0-rc9" < "1.0-rc10", "2.0.0-beta2" < "2.0.0-beta11"); when all parts (or
+//   runs) agree, fewer come first ("2.0-rc" < "2.0-rc.1").
 // - BUILD, after "+": parts of letters, digits and "-", separated by dots; ignored
 //   ("2.0+build.7" = "2.0").
 //
