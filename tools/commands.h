@@ -19,4 +19,7 @@ int runCommand(const Arguments& args);
 // lint [--json] FILE...: what the history reader would drop, split or refuse.
 int lintCommand(const Arguments& args);
 
+// version compare A [OP] B | sort [VERSION...]: version numbers as the library orders them.
+int versionCommand(const Arguments& args);
+
 #endif

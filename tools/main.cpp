@@ -59,6 +59,16 @@ const Command kCommands[] = {
      "when the files are clean, 1 when there are findings or a file cannot be read; with\n"
      "--fail-on=error, warnings alone give 0.\n",
      lintCommand},
+    {"version", "compare A [OP] B | sort [--] [VERSION...]",
+     "compare or sort version numbers as people read them",
+     "compare A B prints <, = or >. compare A OP B, with OP lt, le, eq, ne, ge or gt (or <<,\n"
+     "<=, =, !=, >=, >>), tells by its exit status, as dpkg --compare-versions does: 0 when A OP\n"
+     "B holds, 1 when it does not. sort prints the VERSIONs, or standard input's lines when none\n"
+     "are given, oldest first, one a line; equal versions keep their order. Texts that are no\n"
+     "version numbers come first. The order is the library's (2.9 < 2.10 < 2.10.1, 1.0-rc9 <\n"
+     "1.0-rc10 < 1.0). Exit status: 0, 1 (a relation that does not hold, or a failed read or\n"
+     "write), or 2 on a usage error.\n",
+     versionCommand},
 };
 
 std::string usageLine(const Command& c, bool first) {

@@ -26,8 +26,13 @@ expect() { # EXPECTED WORD...
 }
 
 test_first_word_offers_the_commands() {
-  expect "$(printf '%s\n' --help --version events history lint run | sort)" ""
+  expect "$(printf '%s\n' --help --version events history lint run version | sort)" ""
   expect "history" "hi"
+}
+
+test_version_offers_compare_and_sort() {
+  expect "$(printf '%s\n' --help compare sort | sort)" version ""
+  expect "sort" version so
 }
 
 test_history_options_are_those_its_help_names() {
