@@ -23,7 +23,7 @@ struct Command {
 // The one description of the tool's usage: --help, each COMMAND --help, the manual page and
 // docs/tool.md's usage block are all this text.
 const Command kCommands[] = {
-    {"history", "[--since=VERSION] [--format=FORMAT] [--] [FILE]",
+    {"history", "[--since=VERSION] [--format=FORMAT [--standalone]] [--] [FILE]",
      "print a version-history file, or what is new since a version",
      "--since=VERSION shows only the versions newer than VERSION, a version number such as\n"
      "4.1.0, v2.0-rc.10 or 2.1 (= 2.1.0). FORMAT: text (the default), json (as --json), markdown\n"

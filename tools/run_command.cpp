@@ -155,6 +155,9 @@ int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* comma
             }
             command->SetTimeLimit(seconds);
         } else if (name == "--cwd") {
+            if (value.empty()) {
+                return runUsageError("--cwd expects a directory; got ''");
+            }
             options->directory = args[i] + (equals != std::string::npos ? equals + 1 : 0);
             command->SetWorkingDirectory(options->directory);
         } else if (name == "--env") {
@@ -169,6 +172,9 @@ int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* comma
             }
             command->UnsetEnvironment(value.c_str());
         } else {
+            if (value.empty()) {
+                return runUsageError("--input expects a FILE, or - for velcan's own input; got ''");
+            }
             options->input = args[i] + (equals != std::string::npos ? equals + 1 : 0);
         }
     }
