@@ -35,7 +35,8 @@ int compare(const std::vector<const char*>& operands) {
         return usageError("version compare: give A B, or A OP B");
     }
     for (const Relation& r : kRelations) {
-        if (std::strcmp(operands[1], r.names[0]) == 0 || std::strcmp(operands[1], r.names[1]) == 0) {
+        if (std::strcmp(operands[1], r.names[0]) == 0 ||
+            std::strcmp(operands[1], r.names[1]) == 0) {
             const int c = VelcanCompareVersions(operands[0], operands[2]);
             return (c < 0 ? r.less : c > 0 ? r.greater : r.equal) ? 0 : kExitFailure;
         }
@@ -66,9 +67,10 @@ int sort(const std::vector<const char*>& operands) {
         }
     }
     // Equal versions ("2.1", "2.1.0") keep their order.
-    std::stable_sort(versions.begin(), versions.end(), [](const std::string& a, const std::string& b) {
-        return VelcanCompareVersions(a.c_str(), b.c_str()) < 0;
-    });
+    std::stable_sort(versions.begin(), versions.end(),
+                     [](const std::string& a, const std::string& b) {
+                         return VelcanCompareVersions(a.c_str(), b.c_str()) < 0;
+                     });
     std::string out;
     for (const std::string& v : versions) {
         out += v + "\n";
@@ -86,8 +88,8 @@ int versionCommand(const Arguments& args) {
         return usageError("version: compare or sort?");
     }
     const std::string what = args[0];
-    if (!splitArguments("version", Arguments(args.begin() + 1, args.end()), {}, &options,
-                        &operands, &status)) {
+    if (!splitArguments("version", Arguments(args.begin() + 1, args.end()), {}, &options, &operands,
+                        &status)) {
         return status;
     }
     if (what == "compare") {

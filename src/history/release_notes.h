@@ -15,10 +15,13 @@ void appendFolded(std::string& out, const std::string& text);
 
 // Appends text as Markdown shows it, character for character: each character Markdown would
 // act on behind a backslash: anywhere, and where text starts a block (a list item's text, not a
-// heading's) at its start too.
+// heading's) at its start too. A bidirectional control character (U+061C, U+200E, U+200F,
+// U+202A to U+202E, U+2066 to U+2069), which would reorder the text unseen, is marked instead:
+// "\[U+202E\]".
 void appendMarkdownEscaped(std::string& out, const std::string& text, bool startsABlock);
 
-// Appends text as HTML shows it: & < > " and ' as references.
+// Appends text as HTML shows it: & < > " and ' as references, and a bidirectional control
+// character marked, "[U+202E]".
 void appendHtmlEscaped(std::string& out, const std::string& text);
 
 // appendFolded() and appendHtmlEscaped() in one pass.
