@@ -43,10 +43,20 @@ if(VELCAN_BUILD_TOOLS)
   configure_file(docs/velcan.1.in ${PROJECT_BINARY_DIR}/velcan.1 @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/velcan.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
     COMPONENT tool)
-  # The documentation the manual page's SEE ALSO names, and bash's completion of the tool.
-  install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool)
-  install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT tool
-    FILES_MATCHING PATTERN "*.md")
+  # The documentation the manual page's SEE ALSO names, with the examples it shows; its links
+  # to the headers lead to where they are installed.
+  file(GLOB velcan_docs RELATIVE ${PROJECT_SOURCE_DIR} README.md CHANGELOG.md docs/*.md)
+  foreach(doc IN LISTS velcan_docs)
+    get_filename_component(dir ${CMAKE_INSTALL_DOCDIR}/${doc} DIRECTORY)
+    file(RELATIVE_PATH to_include /${dir} /${CMAKE_INSTALL_INCLUDEDIR})
+    file(READ ${PROJECT_SOURCE_DIR}/${doc} text)
+    string(REGEX REPLACE "\\]\\((\\.\\./)?include/" "](${to_include}/" text "${text}")
+    file(WRITE ${PROJECT_BINARY_DIR}/doc/${doc} "${text}")
+    set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+      ${PROJECT_SOURCE_DIR}/${doc})
+  endforeach()
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/doc/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tool)
+  install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT tool)
   install(FILES tools/velcan.bash-completion DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     RENAME velcan COMPONENT tool)
 endif()
