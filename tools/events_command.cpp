@@ -148,7 +148,7 @@ int eventsCommand(const Arguments& args) {
     } else {
         // The event stream ends with the status; stderr says it as every command does.
         const int line = printer.XML_GetCurrentLineNumber();
-        const std::string message = xmlErrorMessage(printer.XML_GetErrorCode());
+        const std::string message = xmlErrorMessage(printer);
         std::printf("status error line %d: %s\n", line, message.c_str());
         reportError(locationOf(shownName(path), printer) + ": " + message);
     }

@@ -68,7 +68,7 @@ template <typename... Source> bool reportXmlError(const char* path, Source... so
     if (velcan::history::feedAsTheReader(source..., reader)) {
         return false;
     }
-    reportError(locationOf(path, reader) + ": " + xmlErrorMessage(reader.XML_GetErrorCode()));
+    reportError(locationOf(path, reader) + ": " + xmlErrorMessage(reader));
     return true;
 }
 

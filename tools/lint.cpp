@@ -261,8 +261,9 @@ class LintReader : public expatpp {
 
 // "not well-formed (EXPAT'S MESSAGE)", said once: expat's message for an invalid token says it
 // already, and an encoding expat cannot read is no fault of the markup.
-std::string notWellFormed(XML_Error code) {
-    const std::string message = xmlErrorMessage(code);
+std::string notWellFormed(expatpp& reader) {
+    const XML_Error code = reader.XML_GetErrorCode();
+    const std::string message = xmlErrorMessage(reader);
     if (code == XML_ERROR_UNKNOWN_ENCODING || message.rfind("not well-formed", 0) == 0) {
         return message;
     }
@@ -293,7 +294,7 @@ void lintWithReader(std::FILE* file, const std::string& path, TUpdateFileParser&
         const XML_Error code = lint.XML_GetErrorCode();
         const std::string what = code == XML_ERROR_NOT_STANDALONE
                                      ? "not standalone (it refers to an external DTD)"
-                                     : notWellFormed(code);
+                                     : notWellFormed(lint);
         found.push_back({path, lint.XML_GetCurrentLineNumber(), columnOf(lint), true,
                          what + ": the reader returns an empty history"});
     }

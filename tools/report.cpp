@@ -27,11 +27,49 @@ int usageError(const std::string& message) {
     return kExitUsage;
 }
 
-std::string xmlErrorMessage(XML_Error code) {
+namespace {
+
+// Whether the bytes at p (n of them) start with one that cannot begin well-formed UTF-8 there:
+// a byte above 0x7F that is no lead byte, or a lead byte without its continuation bytes.
+bool startsWithNonUtf8(const unsigned char* p, int n) {
+    if (n <= 0 || p[0] < 0x80) {
+        return false;
+    }
+    const int length = p[0] >= 0xC2 && p[0] <= 0xDF   ? 2
+                       : p[0] >= 0xE0 && p[0] <= 0xEF ? 3
+                       : p[0] >= 0xF0 && p[0] <= 0xF4 ? 4
+                                                      : 0;
+    if (length == 0 || n < length) {
+        return length == 0;
+    }
+    for (int i = 1; i < length; ++i) {
+        if ((p[i] & 0xC0) != 0x80) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+std::string xmlErrorMessage(expatpp& reader) {
+    const XML_Error code = reader.XML_GetErrorCode();
     std::string message = XML_ErrorString(code);
     if (code == XML_ERROR_UNKNOWN_ENCODING) {
         message += " (the reader reads UTF-8, UTF-16, ISO-8859-1 and US-ASCII; save the file "
                    "as UTF-8)";
+    } else if (code == XML_ERROR_INVALID_TOKEN) {
+        // Bytes that are not UTF-8 where the document is read as UTF-8: say so.
+        int offset = 0;
+        int size = 0;
+        const char* context = XML_GetInputContext(
+            static_cast<XML_Parser>(static_cast<void*>(reader)), &offset, &size);
+        if (context != nullptr && offset >= 0 && offset < size &&
+            startsWithNonUtf8(reinterpret_cast<const unsigned char*>(context) + offset,
+                              size - offset)) {
+            message += " (bytes that are not UTF-8: save the file as UTF-8, or declare its "
+                       "encoding, such as encoding=\"ISO-8859-1\")";
+        }
     }
     return message;
 }

@@ -25,8 +25,9 @@ int columnOf(expatpp& reader);
 // location() of where reader's parser is in `file`.
 std::string locationOf(const std::string& file, expatpp& reader);
 
-// expat's message for an error, and for an encoding it cannot read, the ones it can.
-std::string xmlErrorMessage(XML_Error code);
+// expat's message for the reader's error: for an encoding it cannot read, with the ones it
+// can; for bytes that are not UTF-8 where it reads UTF-8, with how to declare another.
+std::string xmlErrorMessage(expatpp& reader);
 
 // Reports a usage error, with a pointer to --help, and returns kExitUsage.
 int usageError(const std::string& message);
