@@ -39,7 +39,8 @@ class Child {
     Native endWaitable() const;
     bool hasEnded();
 
-    // Ends the child and everything it started: gently (SIGTERM) or not (SIGKILL). True when
+    // Ends the child and everything it started: gently (the command's end signal, SIGTERM by
+    // default, then SIGCONT) or not (SIGKILL). True when
     // nothing more can be done to them (Windows terminates the job at once either way).
     bool endTree(bool gently);
 

@@ -131,6 +131,7 @@ VelcanRunResult setupFailed(int error) {
 struct Child::State {
     pid_t pid = 0;
     Handle pidfd;
+    int endSignal = SIGTERM;
 };
 
 Child::Child() : state_(new State) {}
@@ -139,8 +140,9 @@ Child::~Child() = default;
 
 bool Child::start(const VelcanCommandState& command, const std::vector<std::string>& argv,
                   StandardHandles* handles, VelcanRunResult* notStarted) {
+    state_->endSignal = command.endSignal != 0 ? command.endSignal : SIGTERM;
     std::vector<std::string> inherited;
-    for (char** e = environ; e != nullptr && *e != nullptr; ++e) {
+    for (char** e = environ; !command.clearEnvironment && e != nullptr && *e != nullptr; ++e) {
         inherited.emplace_back(*e);
     }
     std::vector<std::string> environment = childEnvironment(inherited, command.environment, false);
@@ -196,8 +198,13 @@ bool Child::hasEnded() {
 
 bool Child::endTree(bool gently) {
     // The child is not reaped before the run ends, so its pid still names its group.
-    kill(-state_->pid, gently ? SIGTERM : SIGKILL);
-    return !gently;
+    const int signal = gently ? state_->endSignal : SIGKILL;
+    kill(-state_->pid, signal);
+    if (signal != SIGKILL) {
+        // A stopped process acts on the signal only once it runs again.
+        kill(-state_->pid, SIGCONT);
+    }
+    return signal == SIGKILL;
 }
 
 VelcanRunResult Child::reap() {

@@ -135,8 +135,9 @@ bool Child::start(const VelcanCommandState& command, const std::vector<std::stri
                   StandardHandles* handles, VelcanRunResult* notStarted) {
     const VelcanRunResult notUtf8 =
         notRun(VelcanRunEnd::Refused, EINVAL, ERROR_NO_UNICODE_TRANSLATION);
-    const std::vector<std::string> environment =
-        childEnvironment(callersEnvironment(), command.environment, true);
+    const std::vector<std::string> environment = childEnvironment(
+        command.clearEnvironment ? std::vector<std::string>() : callersEnvironment(),
+        command.environment, true);
     std::wstring program;
     std::wstring application;
     if (!wide(argv[0], &program)) {

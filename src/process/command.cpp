@@ -44,6 +44,24 @@ void VelcanCommand::UnsetEnvironment(const char* name) {
     state_->environment.push_back({name != nullptr ? name : "", "", false});
 }
 
+void VelcanCommand::ClearEnvironment() {
+    state_->clearEnvironment = true;
+}
+
+void VelcanCommand::SetEndSignal(int signal) {
+    state_->endSignal = signal;
+}
+
+void VelcanCommand::InheritOutput() {
+    state_->inheritOutput = true;
+    state_->output = nullptr;
+}
+
+void VelcanCommand::InheritError() {
+    state_->inheritErrors = true;
+    state_->errors = nullptr;
+}
+
 void VelcanCommand::SetTimeLimit(double seconds) {
     state_->timeLimit = seconds;
 }
@@ -74,10 +92,12 @@ void VelcanCommand::InheritInput() {
 
 void VelcanCommand::SetOutputObserver(IBlockingProcessObserver* observer) {
     state_->output = observer;
+    state_->inheritOutput = false;
 }
 
 void VelcanCommand::SetErrorObserver(IBlockingProcessObserver* observer) {
     state_->errors = observer;
+    state_->inheritErrors = false;
 }
 
 void VelcanCommand::SetEndOthersWithChild(bool end) {
@@ -115,7 +135,8 @@ bool sameName(const std::string& a, const char* b, std::size_t bLength, bool fol
 
 int checkCommand(const VelcanCommandState& command, std::vector<std::string>* argv) {
     // A comparison NaN fails: no number is refused with the negative times.
-    if (!(command.timeLimit >= 0) || !(command.gracePeriod >= 0)) {
+    if (!(command.timeLimit >= 0) || !(command.gracePeriod >= 0) || command.endSignal < 0 ||
+        command.endSignal > 64) {
         return EINVAL;
     }
     for (const VelcanCommandState::Change& change : command.environment) {

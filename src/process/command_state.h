@@ -27,6 +27,8 @@ struct VelcanCommandState {
         bool valueSet;
     };
     std::vector<Change> environment;
+    // Start from an empty environment, not the caller's.
+    bool clearEnvironment = false;
 
     double timeLimit = 0;
     double gracePeriod = 1;
@@ -39,6 +41,10 @@ struct VelcanCommandState {
 
     IBlockingProcessObserver* output = nullptr;
     IBlockingProcessObserver* errors = nullptr;
+    bool inheritOutput = false;
+    bool inheritErrors = false;
+    // The signal that ends a run's processes first (POSIX); 0: SIGTERM.
+    int endSignal = 0;
     bool endOthersWithChild = false;
 };
 

@@ -31,8 +31,9 @@ int readPipe(Native handle, char* buffer, std::size_t size, std::size_t* count);
 // close-on-exec, the spawn giving the child its own copy. 0 or the system's code.
 long openNullDevice(bool forWriting, Handle* handle);
 long openInputFile(const std::string& path, Handle* handle);
-// The caller's standard input, or the null device where it has none.
-long duplicateStandardInput(Handle* handle);
+// A copy of the caller's standard input (0), output (1) or error (2) for a child, or the null
+// device where the caller has none.
+long duplicateStandardHandle(int which, Handle* handle);
 
 // What a transfer on a Channel came to.
 enum class Io {

@@ -89,10 +89,10 @@ long openInputFile(const std::string& path, Handle* handle) {
     return openOwn(path.c_str(), O_RDONLY, handle);
 }
 
-long duplicateStandardInput(Handle* handle) {
-    *handle = Handle(fcntl(0, F_DUPFD_CLOEXEC, 3));
+long duplicateStandardHandle(int which, Handle* handle) {
+    *handle = Handle(fcntl(which, F_DUPFD_CLOEXEC, 3));
     if (!handle->valid() && errno == EBADF) {
-        return openNullDevice(false, handle);
+        return openNullDevice(which != 0, handle);
     }
     return handle->valid() ? 0 : errno;
 }

@@ -124,13 +124,14 @@ long openInputFile(const std::string& path, Handle* handle) {
     return openInheritable(name, GENERIC_READ, handle);
 }
 
-long duplicateStandardInput(Handle* handle) {
-    HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+long duplicateStandardHandle(int which, Handle* handle) {
+    const DWORD kinds[] = {STD_INPUT_HANDLE, STD_OUTPUT_HANDLE, STD_ERROR_HANDLE};
+    HANDLE standard = GetStdHandle(kinds[which]);
     HANDLE copy = nullptr;
-    if (input == nullptr || input == INVALID_HANDLE_VALUE ||
-        !DuplicateHandle(GetCurrentProcess(), input, GetCurrentProcess(), &copy, 0, TRUE,
+    if (standard == nullptr || standard == INVALID_HANDLE_VALUE ||
+        !DuplicateHandle(GetCurrentProcess(), standard, GetCurrentProcess(), &copy, 0, TRUE,
                          DUPLICATE_SAME_ACCESS)) {
-        return openNullDevice(false, handle);
+        return openNullDevice(which != 0, handle);
     }
     *handle = Handle(own(copy));
     return 0;

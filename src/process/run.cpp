@@ -132,6 +132,9 @@ class Run {
     explicit Run(const VelcanCommandState& command)
         : command_(command), deadline_(after(nowMs(), millisecondsOf(command.timeLimit))) {}
     VelcanRunResult go();
+    // How the child itself ended (Exited or Signaled), once it was reaped.
+    bool reaped() const { return reaped_; }
+    VelcanRunEnd childEnd() const { return childEnd_; }
 
   private:
     enum class Phase { Running, Terminating, Killed };
@@ -160,6 +163,8 @@ class Run {
     long long killAt_ = kForever;
     long long stopReadingAt_ = kForever;
     long error_ = 0;
+    VelcanRunEnd childEnd_ = VelcanRunEnd::Exited;
+    bool reaped_ = false;
 };
 
 VelcanRunResult Run::go() {
@@ -205,7 +210,7 @@ long Run::setUpStreams(sys::StandardHandles* child) {
         error = sys::openInputFile(command_.inputFile, &child->input);
         break;
     case VelcanCommandState::Input::Inherited:
-        error = sys::duplicateStandardInput(&child->input);
+        error = sys::duplicateStandardHandle(0, &child->input);
         break;
     case VelcanCommandState::Input::Bytes:
         error = input_.channel.open(false, &child->input);
@@ -216,10 +221,14 @@ long Run::setUpStreams(sys::StandardHandles* child) {
     if (error != 0) {
         return error;
     }
-    // No output observer: the null device. No error observer: errors go with the output.
-    error = command_.output == nullptr ? sys::openNullDevice(true, &child->output)
-                                       : output_.open(command_.output, &child->output);
-    if (error == 0 && command_.errors != nullptr) {
+    // The caller's own, an observer's pipe, or (no observer) the null device. No error
+    // observer: errors go with the output.
+    error = command_.inheritOutput       ? sys::duplicateStandardHandle(1, &child->output)
+            : command_.output == nullptr ? sys::openNullDevice(true, &child->output)
+                                         : output_.open(command_.output, &child->output);
+    if (error == 0 && command_.inheritErrors) {
+        error = sys::duplicateStandardHandle(2, &child->errors);
+    } else if (error == 0 && command_.errors != nullptr) {
         error = errors_.open(command_.errors, &child->errors);
     }
     return error;
@@ -325,6 +334,8 @@ void Run::killed(long long now) {
 
 VelcanRunResult Run::result() {
     VelcanRunResult result = child_.reap();
+    childEnd_ = result.end;
+    reaped_ = true;
     if (result.error == 0 && error_ != 0) {
         result.error = sys::errnoOf(error_);
         result.systemError = error_;
@@ -339,7 +350,15 @@ VelcanRunResult Run::result() {
 } // namespace velcan
 
 VelcanRunResult VelcanCommand::Run() {
+    return Run(nullptr);
+}
+
+VelcanRunResult VelcanCommand::Run(VelcanRunDetails* details) {
     const velcan::sys::KeepCallersErrors kept;
     velcan::Run run(*state_);
-    return run.go();
+    const VelcanRunResult result = run.go();
+    if (details != nullptr && details->size >= sizeof(VelcanRunDetails)) {
+        details->childEnd = run.reaped() ? run.childEnd() : result.end;
+    }
+    return result;
 }

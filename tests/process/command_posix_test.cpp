@@ -232,3 +232,121 @@ TEST(CommandPosix, CancelFromASignalHandlerEndsTheRun) {
 }
 
 } // namespace
+
+namespace {
+
+// Runs command with the caller's standard output (and error) sent to a file, and gives what
+// the file got.
+std::string runWithStandardHandlesTo(VelcanCommand& command, int fd) {
+    char name[] = "/tmp/velcan-inherit-XXXXXX";
+    const int file = mkstemp(name);
+    const int saved = dup(fd);
+    dup2(file, fd);
+    command.Run();
+    dup2(saved, fd);
+    close(saved);
+    std::ifstream in(name);
+    std::string got((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    close(file);
+    unlink(name);
+    return got;
+}
+
+} // namespace
+
+TEST(CommandPosix, InheritedOutputGoesToTheCallersOwnNotToAnObserver) {
+    const std::string child = helperProgram("velcan_test_child");
+    const char* const words[] = {child.c_str(), "out", "to the caller\\n", "err", "apart", nullptr};
+    VelcanCommand command;
+    command.SetArguments(words);
+    Collector errors;
+    command.SetErrorObserver(&errors);
+    command.InheritOutput();
+    EXPECT_EQ(runWithStandardHandlesTo(command, 1), "to the caller\n");
+    EXPECT_EQ(errors.output, "apart");
+}
+
+TEST(CommandPosix, InheritedErrorGoesToTheCallersOwn) {
+    const std::string child = helperProgram("velcan_test_child");
+    const char* const words[] = {child.c_str(), "out", "read", "err", "to stderr", nullptr};
+    VelcanCommand command;
+    command.SetArguments(words);
+    Collector out;
+    command.SetOutputObserver(&out);
+    command.InheritError();
+    EXPECT_EQ(runWithStandardHandlesTo(command, 2), "to stderr");
+    EXPECT_EQ(out.output, "read");
+}
+
+TEST(CommandPosix, AnObserverSetAfterInheritingTakesTheOutputBack) {
+    const std::string child = helperProgram("velcan_test_child");
+    const char* const words[] = {child.c_str(), "out", "observed", nullptr};
+    VelcanCommand command;
+    command.SetArguments(words);
+    command.InheritOutput();
+    Collector out;
+    command.SetOutputObserver(&out);
+    EXPECT_EQ(runWithStandardHandlesTo(command, 1), "");
+    EXPECT_EQ(out.output, "observed");
+}
+
+TEST(CommandPosix, EndSignalIsSentFirstWhenTheRunIsEnded) {
+    Collector out;
+    const std::string child = helperProgram("velcan_test_child");
+    const char* const words[] = {child.c_str(), "ignore-term", "out",  "ignoring\n",
+                                 "sleep",       "600000",      nullptr};
+    VelcanCancel cancel;
+    VelcanCommand command;
+    command.SetArguments(words);
+    command.SetCancel(&cancel);
+    command.SetEndSignal(SIGINT);
+    CancellingCollector watcher("ignoring\n", &cancel, &out);
+    command.SetOutputObserver(&watcher);
+    const VelcanRunResult result = command.Run();
+    EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
+    EXPECT_EQ(result.code, SIGINT); // not SIGTERM, which the child ignores
+}
+
+TEST(CommandPosix, EndSignalThatIsNoSignalIsRefused) {
+    for (const int signal : {-1, 65}) {
+        VelcanCommand command;
+        const char* const words[] = {"true", nullptr};
+        command.SetArguments(words);
+        command.SetEndSignal(signal);
+        const VelcanRunResult result = command.Run();
+        EXPECT_EQ(result.end, VelcanRunEnd::Refused) << signal;
+        EXPECT_EQ(result.error, EINVAL) << signal;
+    }
+}
+
+TEST(CommandPosix, DetailsTellHowTheChildItselfEndedWhenTheRunWasEnded) {
+    Collector out;
+    const std::string child = helperProgram("velcan_test_child");
+    const char* const handled[] = {child.c_str(), "out", "ready\n", "sleep", "600000", nullptr};
+    VelcanCancel cancel;
+    VelcanCommand command;
+    command.SetArguments(handled);
+    command.SetCancel(&cancel);
+    CancellingCollector watcher("ready\n", &cancel, &out);
+    command.SetOutputObserver(&watcher);
+    VelcanRunDetails details{};
+    details.size = sizeof details;
+    const VelcanRunResult result = command.Run(&details);
+    EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
+    EXPECT_EQ(details.childEnd, VelcanRunEnd::Signaled);
+    EXPECT_EQ(result.code, SIGTERM);
+}
+
+TEST(CommandPosix, DetailsOfARunThatStartedNothingRepeatItsEnd) {
+    VelcanCancel cancel;
+    cancel.Cancel();
+    VelcanCommand command;
+    const char* const words[] = {"true", nullptr};
+    command.SetArguments(words);
+    command.SetCancel(&cancel);
+    VelcanRunDetails details{};
+    details.size = sizeof details;
+    details.childEnd = VelcanRunEnd::Exited;
+    EXPECT_EQ(command.Run(&details).end, VelcanRunEnd::Cancelled);
+    EXPECT_EQ(details.childEnd, VelcanRunEnd::Cancelled);
+}

@@ -243,6 +243,16 @@ TEST_F(Command, EnvironmentVariablesAreSetAndRemovedOnTopOfTheCallers) {
     EXPECT_EQ(variableOf("VELCAN_TEST_SET"), "(unset)");
 }
 
+TEST_F(Command, ClearedEnvironmentHoldsOnlyTheVariablesSet) {
+    setVariable("VELCAN_TEST_INHERITED", "kept");
+    command.ClearEnvironment();
+    command.SetEnvironment("VELCAN_TEST_ONLY", "1");
+    const Ran ran =
+        run(childDoing({"env", "VELCAN_TEST_INHERITED", "env", "PATH", "env", "VELCAN_TEST_ONLY"}));
+    EXPECT_EQ(ran.result.end, VelcanRunEnd::Exited);
+    EXPECT_EQ(ran.output, "(unset)\n(unset)\n1\n");
+}
+
 TEST_F(Command, VariableNameThatIsEmptyOrHoldsEqualsIsRefused) {
     for (const char* name : {"", "A=B"}) {
         VelcanCommand other;

@@ -68,6 +68,16 @@ struct VelcanRunResult {
     long systemError;
 };
 
+// What a run tells beyond its result, for Run(VelcanRunDetails*). The caller sets size to
+// sizeof(VelcanRunDetails); a later version fills only the members that size covers.
+struct VelcanRunDetails {
+    std::size_t size;
+    // How the child itself ended, whatever ended the run: Exited or Signaled, with the result's
+    // code (a run ended by its time limit whose child a signal ended: Signaled). For a run that
+    // started nothing, the result's own end.
+    VelcanRunEnd childEnd;
+};
+
 struct VelcanCommandState; // the library's own
 
 // One command and everything around its run. Set what the run needs, then call Run() as often as
@@ -101,6 +111,9 @@ class VELCAN_API VelcanCommand {
     void SetEnvironment(const char* name, const char* value);
     // Removes a variable from the child's environment.
     void UnsetEnvironment(const char* name);
+    // Starts the child's environment empty instead of from the caller's (as env -i does); the
+    // variables set with SetEnvironment() are all it gets.
+    void ClearEnvironment();
 
     // The longest the run may take, in seconds from the call of Run(). 0 (the default), infinity
     // and a time longer than a 64-bit count of milliseconds holds: no limit. When it passes, the
@@ -112,6 +125,12 @@ class VELCAN_API VelcanCommand {
     // by default). 0: SIGKILL at once; infinity or a time too long for the clock: never SIGKILL.
     // Negative or NaN: as for SetTimeLimit. Windows ends a run's processes at once.
     void SetGracePeriod(double seconds);
+
+    // The signal that a time limit or a cancel sends the processes first, before SIGKILL after
+    // the grace period (POSIX systems; SIGCONT follows it, for a stopped process). 0 (the
+    // default): SIGTERM. A number that is no signal (negative, or above 64): Run() refuses the
+    // command (Refused, EINVAL). Windows ends a run's processes at once and ignores it.
+    void SetEndSignal(int signal);
 
     // A cancel that another thread or the observer can trigger; null (the default): none.
     void SetCancel(VelcanCancel* cancel);
@@ -130,6 +149,11 @@ class VELCAN_API VelcanCommand {
     // next write to it fails (a broken pipe).
     void SetOutputObserver(IBlockingProcessObserver* observer);
     void SetErrorObserver(IBlockingProcessObserver* observer);
+    // The child writes to the caller's own standard output (or error), which the library never
+    // reads: a terminal stays a terminal. Where the caller has none, the null device. Replaces
+    // the observer for that stream; a later Set...Observer() replaces this.
+    void InheritOutput();
+    void InheritError();
 
     // When the child ends while processes it started still hold its output: false (the default)
     // waits for them to close it; true ends them as a time limit would (end stays Exited or
@@ -142,6 +166,8 @@ class VELCAN_API VelcanCommand {
     // the caller's. Starts no thread, keeps nothing after returning, leaves errno as it was, and
     // retries what a signal handler interrupts. Never throws.
     VelcanRunResult Run();
+    // The same, and fills *details (null: as Run()).
+    VelcanRunResult Run(VelcanRunDetails* details);
 
   private:
     VelcanCommandState* state_;
