@@ -1,7 +1,9 @@
 // velcan run: a command through VelcanCommand, its output streamed to stdout; statuses as
 // timeout(1) and env(1) give them.
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <iterator>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -108,7 +110,74 @@ class StdoutRelay : public IBlockingProcessObserver {
 struct RunOptions {
     const char* directory = nullptr;
     const char* input = nullptr;
+    bool inherit = false;
+    bool preserveStatus = false;
 };
+
+// A duration as timeout(1) takes it: a number of seconds, or of minutes, hours or days with
+// the suffix m, h or d (s: seconds); "inf" is no limit. False for anything else.
+bool readDuration(const std::string& text, double* seconds) {
+    char* end = nullptr;
+    errno = 0;
+    double value = std::strtod(text.c_str(), &end);
+    const std::string suffix = end != nullptr ? end : "";
+    static const struct {
+        const char* suffix;
+        double seconds;
+    } kUnits[] = {{"", 1}, {"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}};
+    for (const auto& unit : kUnits) {
+        if (suffix == unit.suffix) {
+            value *= unit.seconds;
+            *seconds = value;
+            // Longer than the clock holds, and inf, are no limit: the library says so.
+            return !text.empty() && end != text.c_str() && (errno == 0 || errno == ERANGE) &&
+                   !std::isnan(value) && value >= 0 &&
+                   text.find_first_of("xX") == std::string::npos;
+        }
+    }
+    return false;
+}
+
+// A signal by name (TERM, SIGTERM, any letter case) or number; 0 when it is none.
+int readSignal(const std::string& text) {
+    static const struct {
+        const char* name;
+        int number;
+    } kSignals[] = {
+        {"INT", SIGINT},
+        {"TERM", SIGTERM},
+        {"ABRT", SIGABRT},
+#if !defined(_WIN32)
+        {"HUP", SIGHUP},
+        {"QUIT", SIGQUIT},
+        {"KILL", SIGKILL},
+        {"USR1", SIGUSR1},
+        {"USR2", SIGUSR2},
+        {"PIPE", SIGPIPE},
+        {"ALRM", SIGALRM},
+        {"CONT", SIGCONT},
+        {"STOP", SIGSTOP},
+        {"TSTP", SIGTSTP},
+#endif
+    };
+    if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) {
+        const long number = text.size() <= 2 ? std::strtol(text.c_str(), nullptr, 10) : 0;
+        return number >= 1 && number <= 64 ? static_cast<int>(number) : 0;
+    }
+    std::string name;
+    for (const char c : text) {
+        name += static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
+    }
+    if (name.compare(0, 3, "SIG") == 0) {
+        name.erase(0, 3);
+    }
+    for (const auto& s : kSignals) {
+        if (name == s.name) {
+            return s.number;
+        }
+    }
+    return 0;
+}
 
 // A usage error of run's: said as every command says one, with run's own status.
 int runUsageError(const std::string& message) {
@@ -120,45 +189,90 @@ int runUsageError(const std::string& message) {
 // status of a usage error (reported).
 int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* command,
                 Arguments* words) {
+    // timeout's and env's short options, as the long ones they stand for.
+    static const struct {
+        char letter;
+        const char* name;
+    } kShort[] = {{'k', "--kill-after"},
+                  {'s', "--signal"},
+                  {'i', "--ignore-environment"},
+                  {'u', "--unset-env"},
+                  {'C', "--cwd"}};
+    static const char* const kFlags[] = {"--preserve-status", "--inherit", "--ignore-environment"};
+    static const char* const kWithValue[] = {"--timeout", "--kill-after", "--signal", "--cwd",
+                                             "--env",     "--unset-env",  "--input"};
     std::size_t i = 0;
     for (; i < args.size() && isOption(args[i]); ++i) {
-        const std::string arg = args[i];
+        std::string arg = args[i];
         if (arg == "--") {
             ++i;
             break;
         }
+        // -k5 is -k 5; a value given with a short option comes after it.
+        bool attached = false;
+        if (arg[1] != '-') {
+            const auto* s =
+                std::find_if(std::begin(kShort), std::end(kShort),
+                             [&](const decltype(kShort[0])& o) { return o.letter == arg[1]; });
+            if (s == std::end(kShort)) {
+                return runUsageError("unknown option '" + arg + "'");
+            }
+            attached = arg.size() > 2;
+            arg = std::string(s->name) + (attached ? "=" + arg.substr(2) : "");
+        }
         const std::size_t equals = arg.find('=');
         const std::string name = arg.substr(0, equals);
-        if (name != "--timeout" && name != "--cwd" && name != "--env" && name != "--unset-env" &&
-            name != "--input") {
-            return runUsageError("unknown option '" + arg + "'");
+        const bool flag = std::find(std::begin(kFlags), std::end(kFlags), name) != std::end(kFlags);
+        if (flag && equals == std::string::npos) {
+            if (name == "--preserve-status") {
+                options->preserveStatus = true;
+            } else if (name == "--inherit") {
+                options->inherit = true;
+            } else {
+                command->ClearEnvironment();
+            }
+            continue;
+        }
+        if (std::find(std::begin(kWithValue), std::end(kWithValue), name) == std::end(kWithValue)) {
+            return runUsageError("unknown option '" + std::string(args[i]) + "'");
         }
         std::string value;
+        const char* valueText = nullptr;
         if (equals != std::string::npos) {
             value = arg.substr(equals + 1);
+            valueText = attached ? args[i] + 2 : args[i] + equals + 1;
         } else if (i + 1 < args.size()) {
             value = args[++i];
+            valueText = args[i];
         } else {
             return runUsageError(name + " needs a value (" + name + "=VALUE)");
         }
-        if (name == "--timeout") {
-            char* end = nullptr;
-            errno = 0;
-            const double seconds = std::strtod(value.c_str(), &end);
-            // As timeout(1): "inf" and what is longer than the clock holds are no limit.
-            if (value.empty() || *end != '\0' || (errno != 0 && errno != ERANGE) ||
-                std::isnan(seconds) || seconds < 0 ||
-                value.find_first_of("xX") != std::string::npos) {
-                return runUsageError("--timeout expects a number of seconds, such as 10 or 0.5; "
-                                     "got '" +
+        if (name == "--timeout" || name == "--kill-after") {
+            double seconds = 0;
+            if (!readDuration(value, &seconds)) {
+                return runUsageError(name +
+                                     " expects a duration: seconds, such as 10 or 0.5, or "
+                                     "with s, m, h or d (1.5m), or inf; got '" +
                                      value + "'");
             }
-            command->SetTimeLimit(seconds);
+            if (name == "--timeout") {
+                command->SetTimeLimit(seconds);
+            } else {
+                command->SetGracePeriod(seconds);
+            }
+        } else if (name == "--signal") {
+            const int signal = readSignal(value);
+            if (signal == 0) {
+                return runUsageError("--signal expects a signal's name or number, such as TERM, "
+                                     "INT or 9; got '" +
+                                     value + "'");
+            }
+            command->SetEndSignal(signal);
         } else if (name == "--cwd") {
             if (value.empty()) {
                 return runUsageError("--cwd expects a directory; got ''");
             }
-            options->directory = args[i] + (equals != std::string::npos ? equals + 1 : 0);
+            options->directory = valueText;
             command->SetWorkingDirectory(options->directory);
         } else if (name == "--env") {
             const std::size_t at = value.find('=');
@@ -175,7 +289,7 @@ int readOptions(const Arguments& args, RunOptions* options, VelcanCommand* comma
             if (value.empty()) {
                 return runUsageError("--input expects a FILE, or - for velcan's own input; got ''");
             }
-            options->input = args[i] + (equals != std::string::npos ? equals + 1 : 0);
+            options->input = valueText;
         }
     }
     words->assign(args.begin() + static_cast<std::ptrdiff_t>(i), args.end());
@@ -241,6 +355,9 @@ int runCommand(const Arguments& args) {
     if (int status = readOptions(args, &options, &command, &words)) {
         return status;
     }
+    if (options.inherit && options.input != nullptr) {
+        return runUsageError("--inherit gives the command velcan's own input: no --input with it");
+    }
     if (int status = takeInput(options.input, &command)) {
         return status;
     }
@@ -252,16 +369,29 @@ int runCommand(const Arguments& args) {
     theCancel = &cancel;
     command.SetCancel(&cancel);
     StdoutRelay relay;
-    command.SetOutputObserver(&relay);
+    if (options.inherit) {
+        // As timeout and env run it: velcan's own three streams, nothing copied.
+        command.InheritInput();
+        command.InheritOutput();
+        command.InheritError();
+    } else {
+        command.SetOutputObserver(&relay);
+    }
     endTheCommandOnSignals();
-    const VelcanRunResult result = command.Run();
+    VelcanRunDetails details{};
+    details.size = sizeof details;
+    const VelcanRunResult result = command.Run(&details);
     endByTheSignalReceived();
 
     if (relay.writeError() != 0) {
         reportError(std::string("cannot write the output: ") + std::strerror(relay.writeError()));
         return kOwnFailure;
     }
-    switch (result.end) {
+    // --preserve-status: a run its time limit ended exits as its command did.
+    const VelcanRunEnd end = result.end == VelcanRunEnd::TimedOut && options.preserveStatus
+                                 ? details.childEnd
+                                 : result.end;
+    switch (end) {
     case VelcanRunEnd::Exited:
         if (result.code < 0) {
             reportError("the command ended, but how is not known: velcan was started with "

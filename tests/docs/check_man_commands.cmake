@@ -34,7 +34,7 @@ foreach(command history events run lint version)
   string(REGEX MATCHALL "--[a-z][a-z-]*=?|[0-9]+|[A-Z][A-Z][A-Z]+" named "${details}")
   list(REMOVE_DUPLICATES named)
   foreach(word IN LISTS named)
-    if(word MATCHES "^(FILE|LINE|COLUMN|MESSAGE|ARG|VERSION|FORMAT|COMMAND|OPTION|SECONDS|DIR|NAME|VALUE|JSON|XML|FFFD|UTF)$")
+    if(word MATCHES "^(FILE|LINE|COLUMN|MESSAGE|ARG|VERSION|FORMAT|COMMAND|OPTION|SECONDS|DURATION|SIGNAL|DIR|NAME|VALUE|JSON|XML|FFFD|UTF)$")
       continue() # placeholders and names, not facts
     endif()
     string(FIND "${part}" "${word}" at)

@@ -127,11 +127,11 @@ test_status_the_system_did_not_keep_is_velcans_failure_125() {
     fail "said: $(cat "$work/err")"
 }
 
-test_timeout_that_is_no_number_is_a_usage_error_125() {
+test_timeout_that_is_no_duration_is_a_usage_error_125() {
   local value
-  for value in '' abc -1 -inf 1s nan 0x10; do
+  for value in '' abc -1 -inf 1w nan 0x10 1sm; do
     expect_status 125 run --timeout="$value" true
-    [[ $(cat "$work/err") == "velcan: run: --timeout expects a number of seconds"* ]] ||
+    [[ $(cat "$work/err") == "velcan: run: --timeout expects a duration"* ]] ||
       fail "for '$value' said: $(cat "$work/err")"
   done
 }

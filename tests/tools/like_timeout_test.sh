@@ -1,0 +1,105 @@
+#!/usr/bin/env bash
+# velcan run beside GNU timeout and env: with --inherit, the same statuses and the same bytes
+# on each stream; the options users of those tools type.
+#   like_timeout_test.sh TOOL TEST_NAME
+set -euo pipefail
+tool=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+# outcome NAME COMMAND...: "status" and the bytes of stdout and stderr, kept under NAME.
+outcome() {
+  local name=$1 rc=0
+  shift
+  printf 'abc' | "$@" >"$work/$name.out" 2>"$work/$name.err" || rc=$?
+  echo "$rc" >"$work/$name.status"
+}
+
+# same_as_timeout [TIMEOUT-OPTIONS...] -- DURATION -- COMMAND...: timeout and velcan run
+# --inherit give the same status and the same bytes on stdout and on stderr.
+same_as_timeout() {
+  local options=() duration
+  while [ "$1" != -- ]; do options+=("$1"); shift; done
+  shift
+  duration=$1
+  shift 2
+  outcome timeout timeout "${options[@]}" "$duration" "$@"
+  outcome velcan "$tool" run --inherit "${options[@]}" --timeout="$duration" -- "$@"
+  for part in status out err; do
+    cmp -s "$work/timeout.$part" "$work/velcan.$part" ||
+      fail "$* ($part): timeout gave '$(cat "$work/timeout.$part")', velcan '$(cat "$work/velcan.$part")'"
+  done
+}
+
+test_inherit_gives_what_timeout_gives_on_twenty_commands() {
+  same_as_timeout -- 0 -- true
+  same_as_timeout -- 0 -- false
+  same_as_timeout -- 0 -- sh -c 'exit 3'
+  same_as_timeout -- 0 -- sh -c 'echo out; echo err >&2'
+  same_as_timeout -- 0 -- sh -c 'echo err >&2; exit 7'
+  same_as_timeout -- 0 -- wc -c
+  same_as_timeout -- 0 -- cat
+  same_as_timeout -- 0 -- seq 100000
+  same_as_timeout -- 0 -- sh -c 'seq 50000 >&2'
+  same_as_timeout -- 0 -- sh -c 'kill -TERM $$'
+  same_as_timeout -- 0 -- sh -c 'kill -KILL $$'
+  same_as_timeout -- 0 -- printf '%s\n' 'two words' '' '100%'
+  same_as_timeout -- 0 -- sh -c 'test -t 1 || echo not a terminal'
+  same_as_timeout -- 1m -- true
+  same_as_timeout -- inf -- sh -c 'echo no limit'
+  same_as_timeout -- 0.3 -- sleep 600
+  same_as_timeout -s INT -- 0.3 -- sleep 600
+  same_as_timeout --preserve-status -- 0.3 -- sleep 600
+  same_as_timeout -s INT --preserve-status -- 0.3 -- sleep 600
+  same_as_timeout -k 0.2 --preserve-status -- 0.3 -- sh -c 'trap "" TERM; echo ignoring; sleep 600'
+}
+
+test_missing_and_unrunnable_commands_have_timeouts_statuses() {
+  local rc=0
+  "$tool" run --inherit velcan-no-such-command 2>/dev/null || rc=$?
+  [ "$rc" -eq 127 ] || fail "missing: $rc"
+  rc=0
+  "$tool" run --inherit /etc 2>/dev/null || rc=$?
+  [ "$rc" -eq 126 ] || fail "a directory: $rc"
+}
+
+test_env_options_do_what_env_does() {
+  [ "$(HOME=/home/x "$tool" run -u HOME sh -c 'echo ${HOME-unset}')" = unset ] || fail "-u"
+  [ "$("$tool" run -C / pwd)" = / ] || fail "-C"
+  [ "$("$tool" run -i --env=ONLY=1 env)" = "ONLY=1" ] || fail "-i: $("$tool" run -i env)"
+  [ "$("$tool" run -i env)" = "$(env -i env)" ] || fail "-i beside env -i"
+}
+
+test_durations_take_a_unit() {
+  local d
+  for d in 2 2s 0.5m 1h 1d inf 1e300; do
+    "$tool" run --timeout="$d" true || fail "--timeout=$d refused"
+    "$tool" run -k "$d" true || fail "-k $d refused"
+  done
+  for d in 2x -1 1w '' m; do
+    local rc=0
+    "$tool" run --timeout="$d" true 2>/dev/null || rc=$?
+    [ "$rc" -eq 125 ] || fail "--timeout=$d gave $rc, not 125"
+  done
+}
+
+test_signals_are_named_as_timeout_names_them() {
+  local s rc
+  for s in TERM SIGTERM term 15 INT KILL 9; do
+    "$tool" run -s "$s" true || fail "-s $s refused"
+  done
+  for s in BOGUS 0 65 SIG; do
+    rc=0
+    "$tool" run -s "$s" true 2>/dev/null || rc=$?
+    [ "$rc" -eq 125 ] || fail "-s $s gave $rc, not 125"
+  done
+}
+
+test_inherit_refuses_an_input_besides() {
+  local rc=0
+  "$tool" run --inherit --input=- true 2>/dev/null || rc=$?
+  [ "$rc" -eq 125 ] || fail "$rc"
+}
+
+"$2"
