@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
     // which the reader's measures leave larger.
     runnerMeasures(quick);
     commandMeasures(quick);
+    outputLimitMeasure(quick);
     historyMeasures(quick);
     dispatchMeasure(quick);
     eventsMeasure(quick);

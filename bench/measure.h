@@ -50,6 +50,7 @@ std::string mib(double bytes);
 // Each subject's rows; quick: sizes too small to judge, for a smoke run.
 void runnerMeasures(bool quick);
 void commandMeasures(bool quick);
+void outputLimitMeasure(bool quick);
 void historyMeasures(bool quick);
 void versionCompareMeasure(bool quick);
 void dispatchMeasure(bool quick);

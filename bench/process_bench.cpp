@@ -385,3 +385,73 @@ void commandMeasures(bool quick) {
 }
 
 } // namespace bench
+
+namespace bench {
+
+// A command writing a lot under a 1 MiB output limit: what the caller holds, and the time,
+// against the same run with no limit.
+void outputLimitMeasure(bool quick) {
+    const long bytes = quick ? (64L << 20) : (1L << 30);
+    const std::size_t limit = 1 << 20;
+    const std::string count = "count=" + std::to_string(bytes >> 16);
+    const char* const writer[] = {"dd",          "if=/dev/zero", "bs=64k",
+                                  count.c_str(), "status=none",  nullptr};
+    // Keeps what it is handed, as an application showing the output would.
+    struct Keeper : IBlockingProcessObserver {
+        std::vector<char> buffer = std::vector<char>(1 << 16);
+        std::string kept;
+        long total = 0;
+        void GetOutputBuffer(char** b, int* capacity) override {
+            *b = buffer.data();
+            *capacity = static_cast<int>(buffer.size());
+        }
+        void OutputReceived(int n) override {
+            if (kept.size() < (1u << 20)) {
+                kept.append(buffer.data(), static_cast<std::size_t>(n));
+            }
+            total += n;
+        }
+    };
+    long handed = 0;
+    bool cut = false;
+    double growth = 0;
+    const Pair t = interleaved(
+        quick ? 3 : 5,
+        [&] {
+            const long before = liveBytes;
+            peakBytes = before;
+            VelcanCommand command;
+            command.SetArguments(writer);
+            command.SetOutputLimit(limit);
+            Keeper keeper;
+            keeper.kept.reserve(limit);
+            command.SetOutputObserver(&keeper);
+            VelcanRunDetails details{};
+            details.size = sizeof details;
+            const double s = seconds([&] { command.Run(&details); });
+            growth = static_cast<double>(peakBytes - before);
+            handed = keeper.total;
+            cut = details.outputCut;
+            return s;
+        },
+        [&] {
+            VelcanCommand command;
+            command.SetArguments(writer);
+            Keeper keeper;
+            command.SetOutputObserver(&keeper);
+            return seconds([&] { command.Run(); });
+        });
+    char name[64];
+    std::snprintf(name, sizeof name, "%ld MiB under a 1 MiB limit / no limit", bytes >> 20);
+    row(name, ms(t.measure), ms(t.baseline), t.measure / t.baseline, 1.05);
+    // The limit, the observer's buffer and the library's own read buffer, each 64 KiB.
+    const double allowed = static_cast<double>(limit + 2 * (1 << 16));
+    row("peak heap under the limit / limit + 2 buffers", mib(growth), mib(allowed),
+        growth / allowed, 1.05);
+    if (handed != static_cast<long>(limit) || !cut) {
+        wrongResult("the limit handed " + std::to_string(handed) +
+                    " bytes, cut: " + (cut ? "yes" : "no"));
+    }
+}
+
+} // namespace bench

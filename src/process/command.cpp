@@ -52,6 +52,16 @@ void VelcanCommand::SetEndSignal(int signal) {
     state_->endSignal = signal;
 }
 
+void VelcanCommand::SetOutputLimit(std::size_t bytes, bool endRun) {
+    state_->outputLimit = bytes;
+    state_->endAtOutputLimit = endRun;
+}
+
+void VelcanCommand::SetErrorLimit(std::size_t bytes, bool endRun) {
+    state_->errorLimit = bytes;
+    state_->endAtErrorLimit = endRun;
+}
+
 void VelcanCommand::InheritOutput() {
     state_->inheritOutput = true;
     state_->output = nullptr;

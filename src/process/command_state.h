@@ -43,6 +43,11 @@ struct VelcanCommandState {
     IBlockingProcessObserver* errors = nullptr;
     bool inheritOutput = false;
     bool inheritErrors = false;
+    // The bytes handed to each observer at most, and whether passing it ends the run.
+    std::size_t outputLimit = static_cast<std::size_t>(-1);
+    std::size_t errorLimit = static_cast<std::size_t>(-1);
+    bool endAtOutputLimit = false;
+    bool endAtErrorLimit = false;
     // The signal that ends a run's processes first (POSIX); 0: SIGTERM.
     int endSignal = 0;
     bool endOthersWithChild = false;

@@ -45,13 +45,18 @@ struct Timeout {
     }
 };
 
-// One of the child's output streams, relayed to its observer.
+// One of the child's output streams, relayed to its observer up to its cap; past the cap it is
+// read and dropped, so the child never blocks.
 struct OutputStream {
     Channel channel;
     Relay relay{nullptr};
+    std::size_t cap = static_cast<std::size_t>(-1);
+    std::size_t handed = 0;
+    bool cut = false; // bytes past the cap were dropped
 
-    long open(IBlockingProcessObserver* observer, sys::Handle* childEnd) {
+    long open(IBlockingProcessObserver* observer, std::size_t limit, sys::Handle* childEnd) {
         relay = Relay(observer);
+        cap = limit;
         return channel.open(true, childEnd);
     }
 
@@ -60,12 +65,22 @@ struct OutputStream {
     // goes to *error.
     void pump(long* error) {
         for (int reads = 0; reads < 16 && channel.isOpen() && !channel.isPending(); ++reads) {
-            if (!relay.askForRoom()) {
+            char* into = nullptr;
+            std::size_t room = 0;
+            dropping_ = handed >= cap;
+            if (dropping_) {
+                sink_.resize(1 << 16);
+                into = sink_.data();
+                room = sink_.size();
+            } else if (relay.askForRoom()) {
+                into = relay.room();
+                room = std::min(relay.roomSize(), cap - handed);
+            } else {
                 channel.close();
                 return;
             }
             std::size_t n = 0;
-            const Io io = channel.read(relay.room(), relay.roomSize(), &n, error);
+            const Io io = channel.read(into, room, &n, error);
             take(io, n);
         }
     }
@@ -81,11 +96,18 @@ struct OutputStream {
   private:
     void take(Io io, std::size_t n) {
         if (io == Io::Done && n > 0) {
-            relay.deliver(n);
+            if (dropping_) {
+                cut = true;
+            } else {
+                relay.deliver(n);
+                handed += n;
+            }
         } else if (io == Io::Ended) {
             channel.close();
         }
     }
+    bool dropping_ = false; // the read under way goes to the sink
+    std::vector<char> sink_;
 };
 
 // The input from memory, written as the child takes it, then closed.
@@ -132,6 +154,8 @@ class Run {
     explicit Run(const VelcanCommandState& command)
         : command_(command), deadline_(after(nowMs(), millisecondsOf(command.timeLimit))) {}
     VelcanRunResult go();
+    bool outputCut() const { return output_.cut; }
+    bool errorsCut() const { return errors_.cut; }
     // How the child itself ended (Exited or Signaled), once it was reaped.
     bool reaped() const { return reaped_; }
     VelcanRunEnd childEnd() const { return childEnd_; }
@@ -223,13 +247,14 @@ long Run::setUpStreams(sys::StandardHandles* child) {
     }
     // The caller's own, an observer's pipe, or (no observer) the null device. No error
     // observer: errors go with the output.
-    error = command_.inheritOutput       ? sys::duplicateStandardHandle(1, &child->output)
-            : command_.output == nullptr ? sys::openNullDevice(true, &child->output)
-                                         : output_.open(command_.output, &child->output);
+    error = command_.inheritOutput ? sys::duplicateStandardHandle(1, &child->output)
+            : command_.output == nullptr
+                ? sys::openNullDevice(true, &child->output)
+                : output_.open(command_.output, command_.outputLimit, &child->output);
     if (error == 0 && command_.inheritErrors) {
         error = sys::duplicateStandardHandle(2, &child->errors);
     } else if (error == 0 && command_.errors != nullptr) {
-        error = errors_.open(command_.errors, &child->errors);
+        error = errors_.open(command_.errors, command_.errorLimit, &child->errors);
     }
     return error;
 }
@@ -239,6 +264,11 @@ void Run::relayAndWait() {
     output_.pump(&error_);
     errors_.pump(&error_);
     while (!childEnded_ || reading()) {
+        // A limit asked to end the run once it cut its stream.
+        if ((output_.cut && command_.endAtOutputLimit) ||
+            (errors_.cut && command_.endAtErrorLimit)) {
+            end(VelcanRunEnd::Cancelled);
+        }
         const long long now = nowMs();
         if (!actOnTime(now)) {
             waitOnce(now);
@@ -359,6 +389,8 @@ VelcanRunResult VelcanCommand::Run(VelcanRunDetails* details) {
     const VelcanRunResult result = run.go();
     if (details != nullptr && details->size >= sizeof(VelcanRunDetails)) {
         details->childEnd = run.reaped() ? run.childEnd() : result.end;
+        details->outputCut = run.outputCut();
+        details->errorsCut = run.errorsCut();
     }
     return result;
 }

@@ -253,6 +253,56 @@ TEST_F(Command, ClearedEnvironmentHoldsOnlyTheVariablesSet) {
     EXPECT_EQ(ran.output, "(unset)\n(unset)\n1\n");
 }
 
+TEST_F(Command, OutputPastItsLimitIsReadAndDroppedAndSaidCut) {
+    Collector out;
+    command.SetOutputObserver(&out);
+    command.SetOutputLimit(1000);
+    const std::vector<std::string> words = childDoing({"zeros", "3000000", "out", "end"});
+    const std::vector<const char*> list = argv(words);
+    command.SetArguments(list.data());
+    VelcanRunDetails details{};
+    details.size = sizeof details;
+    const VelcanRunResult result = command.Run(&details);
+    // The child wrote all of it (never blocked) and exited; the observer got the first 1000.
+    EXPECT_EQ(result.end, VelcanRunEnd::Exited);
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(out.output.size(), 1000u);
+    EXPECT_TRUE(details.outputCut);
+    EXPECT_FALSE(details.errorsCut);
+}
+
+TEST_F(Command, OutputWithinItsLimitIsNotCut) {
+    Collector out;
+    command.SetOutputObserver(&out);
+    command.SetOutputLimit(5);
+    const std::vector<std::string> words = childDoing({"out", "12345"});
+    const std::vector<const char*> list = argv(words);
+    command.SetArguments(list.data());
+    VelcanRunDetails details{};
+    details.size = sizeof details;
+    command.Run(&details);
+    EXPECT_EQ(out.output, "12345");
+    EXPECT_FALSE(details.outputCut);
+}
+
+TEST_F(Command, ErrorLimitThatEndsTheRunCancelsItOncePassed) {
+    Collector out;
+    Collector errors;
+    command.SetOutputObserver(&out);
+    command.SetErrorObserver(&errors);
+    command.SetErrorLimit(10, true);
+    const std::vector<std::string> words =
+        childDoing({"err", "0123456789 and more", "sleep", "600000"});
+    const std::vector<const char*> list = argv(words);
+    command.SetArguments(list.data());
+    VelcanRunDetails details{};
+    details.size = sizeof details;
+    const VelcanRunResult result = command.Run(&details);
+    EXPECT_EQ(result.end, VelcanRunEnd::Cancelled);
+    EXPECT_EQ(errors.output, "0123456789");
+    EXPECT_TRUE(details.errorsCut);
+}
+
 TEST_F(Command, VariableNameThatIsEmptyOrHoldsEqualsIsRefused) {
     for (const char* name : {"", "A=B"}) {
         VelcanCommand other;

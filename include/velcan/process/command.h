@@ -76,6 +76,9 @@ struct VelcanRunDetails {
     // code (a run ended by its time limit whose child a signal ended: Signaled). For a run that
     // started nothing, the result's own end.
     VelcanRunEnd childEnd;
+    // Whether the output (or the error stream) went past its limit and bytes were dropped.
+    bool outputCut;
+    bool errorsCut;
 };
 
 struct VelcanCommandState; // the library's own
@@ -154,6 +157,13 @@ class VELCAN_API VelcanCommand {
     // the observer for that stream; a later Set...Observer() replaces this.
     void InheritOutput();
     void InheritError();
+
+    // The most bytes handed to the output (or error) observer in a run; the default, SIZE_MAX:
+    // no limit. Past it the rest is read and dropped, so the child never blocks, and
+    // Run(VelcanRunDetails*) says the stream was cut; with endRun true the run is ended then
+    // too, as a cancel ends it (Cancelled).
+    void SetOutputLimit(std::size_t bytes, bool endRun = false);
+    void SetErrorLimit(std::size_t bytes, bool endRun = false);
 
     // When the child ends while processes it started still hold its output: false (the default)
     // waits for them to close it; true ends them as a time limit would (end stays Exited or
