@@ -78,6 +78,19 @@ struct velcan_command {
     CallbackObserver error;
 };
 
+namespace {
+// Applies set to the command, which must not be null.
+template <typename Set> velcan_status setting(velcan_command* command, Set set) {
+    return guarded([&] {
+        if (command == nullptr) {
+            return nullArgument("command");
+        }
+        set(*command);
+        return VELCAN_OK;
+    });
+}
+} // namespace
+
 extern "C" velcan_status VELCAN_CALL velcan_cancel_new(velcan_cancel** cancel) {
     return guarded([&] {
         if (cancel == nullptr) {
@@ -152,13 +165,7 @@ extern "C" velcan_status VELCAN_CALL velcan_command_set_line(velcan_command* com
 
 extern "C" velcan_status VELCAN_CALL velcan_command_set_directory(velcan_command* command,
                                                                   const char* directory) {
-    return guarded([&] {
-        if (command == nullptr) {
-            return nullArgument("command");
-        }
-        command->command.SetWorkingDirectory(directory);
-        return VELCAN_OK;
-    });
+    return setting(command, [&](velcan_command& c) { c.command.SetWorkingDirectory(directory); });
 }
 
 extern "C" velcan_status VELCAN_CALL velcan_command_set_variable(velcan_command* command,
@@ -224,31 +231,19 @@ extern "C" velcan_status VELCAN_CALL velcan_command_set_input(velcan_command* co
 
 extern "C" velcan_status VELCAN_CALL velcan_command_set_cancel(velcan_command* command,
                                                                velcan_cancel* cancel) {
-    if (command == nullptr) {
-        return nullArgument("command");
-    }
-    command->cancel = cancel;
-    return VELCAN_OK;
+    return setting(command, [&](velcan_command& c) { c.cancel = cancel; });
 }
 
 extern "C" velcan_status VELCAN_CALL velcan_command_set_output(velcan_command* command,
                                                                velcan_output_callback callback,
                                                                void* user) {
-    if (command == nullptr) {
-        return nullArgument("command");
-    }
-    command->output.set(callback, user);
-    return VELCAN_OK;
+    return setting(command, [&](velcan_command& c) { c.output.set(callback, user); });
 }
 
 extern "C" velcan_status VELCAN_CALL velcan_command_set_error(velcan_command* command,
                                                               velcan_output_callback callback,
                                                               void* user) {
-    if (command == nullptr) {
-        return nullArgument("command");
-    }
-    command->error.set(callback, user);
-    return VELCAN_OK;
+    return setting(command, [&](velcan_command& c) { c.error.set(callback, user); });
 }
 
 extern "C" velcan_status VELCAN_CALL velcan_command_run(velcan_command* command,
