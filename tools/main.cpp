@@ -58,7 +58,8 @@ const Command kCommands[] = {
      "itself failed (usage included), 126 when COMMAND was found but cannot be run, 127 when\n"
      "it was not found, 128 plus N when signal N ended it. TERM, INT, HUP, QUIT, USR1, USR2\n"
      "or ALRM sent to velcan, or its output closed, end the command and all it started\n"
-     "first; velcan then ends by that signal.\n",
+     "first; velcan then ends by that signal. TSTP (Ctrl+Z) stops the command's group with\n"
+     "velcan, and CONT continues both.\n",
      runCommand},
     {"lint", "[--json] [--fail-on=error] [--] FILE...",
      "say what the history reader would drop or refuse",

@@ -44,6 +44,50 @@ void cancelTheRun(int signal) {
     theCancel->Cancel();
 }
 
+// The command's process group: the library starts the command as this thread's only child,
+// in a group of its own named by its pid. Read with async-signal-safe calls; 0 when none.
+pid_t commandGroup() {
+    const int fd = open("/proc/thread-self/children", O_RDONLY | O_CLOEXEC);
+    char text[32] = {};
+    const ssize_t n = fd >= 0 ? read(fd, text, sizeof text - 1) : -1;
+    if (fd >= 0) {
+        close(fd);
+    }
+    pid_t pid = 0;
+    for (ssize_t i = 0; i < n && text[i] >= '0' && text[i] <= '9'; ++i) {
+        pid = pid * 10 + (text[i] - '0');
+    }
+    return pid;
+}
+
+void stopTogether(int);
+
+// Job control: TSTP stops the command's group with velcan, CONT continues both.
+void onContinue(int) {
+    const pid_t group = commandGroup();
+    if (group > 0) {
+        kill(-group, SIGCONT);
+    }
+    struct sigaction stop = {};
+    stop.sa_handler = stopTogether;
+    stop.sa_flags = SA_RESTART;
+    sigemptyset(&stop.sa_mask);
+    sigaction(SIGTSTP, &stop, nullptr);
+}
+
+void stopTogether(int) {
+    const pid_t group = commandGroup();
+    if (group > 0) {
+        kill(-group, SIGSTOP);
+    }
+    // velcan stops too, once this returns: the signal again, by its default action.
+    struct sigaction byDefault = {};
+    byDefault.sa_handler = SIG_DFL;
+    sigemptyset(&byDefault.sa_mask);
+    sigaction(SIGTSTP, &byDefault, nullptr);
+    raise(SIGTSTP);
+}
+
 void endTheCommandOnSignals() {
     struct sigaction action = {};
     action.sa_handler = cancelTheRun;
@@ -55,6 +99,15 @@ void endTheCommandOnSignals() {
         if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
             sigaction(signal, &action, nullptr);
         }
+    }
+    struct sigaction before = {};
+    if (sigaction(SIGTSTP, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) {
+        onContinue(SIGCONT); // installs the TSTP handler; the command is not started yet
+        struct sigaction resume = {};
+        resume.sa_handler = onContinue;
+        resume.sa_flags = SA_RESTART;
+        sigemptyset(&resume.sa_mask);
+        sigaction(SIGCONT, &resume, nullptr);
     }
 }
 

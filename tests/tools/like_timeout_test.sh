@@ -5,7 +5,8 @@
 set -euo pipefail
 tool=$1
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+started=() # what a test left running is killed at its end, failed or not
+trap 'kill -KILL "${started[@]}" 2>/dev/null || true; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
 # outcome NAME COMMAND...: "status" and the bytes of stdout and stderr, kept under NAME.
@@ -94,6 +95,42 @@ test_signals_are_named_as_timeout_names_them() {
     "$tool" run -s "$s" true 2>/dev/null || rc=$?
     [ "$rc" -eq 125 ] || fail "-s $s gave $rc, not 125"
   done
+}
+
+# state PID: the process's state letter (T: stopped), or nothing once it is gone.
+state() {
+  sed -n 's/^[0-9]* (.*) \([A-Za-z]\) .*/\1/p' "/proc/$1/stat" 2>/dev/null
+}
+
+# wait_for_state PID WANT|not-WANT: up to 30 s, as a busy machine may need.
+wait_for_state() {
+  local i
+  for ((i = 0; i < 300; i++)); do
+    case $2 in
+      not-*) [ "$(state "$1")" != "${2#not-}" ] && return 0 ;;
+      *) [ "$(state "$1")" = "$2" ] && return 0 ;;
+    esac
+    sleep 0.1
+  done
+  fail "process $1 is '$(state "$1")', not $2"
+}
+
+test_tstp_stops_the_command_with_velcan_and_cont_continues_both() {
+  "$tool" run sh -c 'echo $$; exec sleep 600' >"$work/pid" &
+  local velcan=$! command="" i=0
+  started+=("$velcan")
+  while [ -z "$command" ] && [ $((i++)) -lt 300 ]; do
+    command=$(head -n 1 "$work/pid")
+    [ -n "$command" ] || sleep 0.1
+  done
+  [ -n "$command" ] || fail "the command never said its pid"
+  started+=("$command")
+  kill -TSTP "$velcan"
+  wait_for_state "$command" T
+  kill -CONT "$velcan"
+  wait_for_state "$command" not-T
+  kill -TERM "$velcan"
+  wait "$velcan" || true
 }
 
 test_inherit_refuses_an_input_besides() {
