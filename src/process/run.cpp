@@ -150,9 +150,10 @@ struct InputStream {
 
 class Run {
   public:
-    // The time limit counts from here.
+    // The time limit counts from here: from the next whole millisecond, as the clock is read
+    // in whole milliseconds, so that the limit never strikes before its time.
     explicit Run(const VelcanCommandState& command)
-        : command_(command), deadline_(after(nowMs(), millisecondsOf(command.timeLimit))) {}
+        : command_(command), deadline_(after(nowMs() + 1, millisecondsOf(command.timeLimit))) {}
     VelcanRunResult go();
     bool outputCut() const { return output_.cut; }
     bool errorsCut() const { return errors_.cut; }
