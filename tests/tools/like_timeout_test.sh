@@ -116,7 +116,9 @@ wait_for_state() {
 }
 
 test_tstp_stops_the_command_with_velcan_and_cont_continues_both() {
-  "$tool" run sh -c 'echo $$; exec sleep 600' >"$work/pid" &
+  # (The file exists before the background job opens it: head must find it at once.)
+  : >"$work/pid"
+  "$tool" run sh -c 'echo $$; exec sleep 600' >>"$work/pid" &
   local velcan=$! command="" i=0
   started+=("$velcan")
   while [ -z "$command" ] && [ $((i++)) -lt 300 ]; do
