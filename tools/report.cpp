@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "history/json.h"
+
 void reportError(const std::string& message) {
     std::fprintf(stderr, "velcan: %s\n", message.c_str());
 }
@@ -27,31 +29,6 @@ int usageError(const std::string& message) {
     return kExitUsage;
 }
 
-namespace {
-
-// Whether the bytes at p (n of them) start with one that cannot begin well-formed UTF-8 there:
-// a byte above 0x7F that is no lead byte, or a lead byte without its continuation bytes.
-bool startsWithNonUtf8(const unsigned char* p, int n) {
-    if (n <= 0 || p[0] < 0x80) {
-        return false;
-    }
-    const int length = p[0] >= 0xC2 && p[0] <= 0xDF   ? 2
-                       : p[0] >= 0xE0 && p[0] <= 0xEF ? 3
-                       : p[0] >= 0xF0 && p[0] <= 0xF4 ? 4
-                                                      : 0;
-    if (length == 0 || n < length) {
-        return length == 0;
-    }
-    for (int i = 1; i < length; ++i) {
-        if ((p[i] & 0xC0) != 0x80) {
-            return true;
-        }
-    }
-    return false;
-}
-
-} // namespace
-
 std::string xmlErrorMessage(expatpp& reader) {
     const XML_Error code = reader.XML_GetErrorCode();
     std::string message = XML_ErrorString(code);
@@ -64,9 +41,9 @@ std::string xmlErrorMessage(expatpp& reader) {
         int size = 0;
         const char* context = XML_GetInputContext(
             static_cast<XML_Parser>(static_cast<void*>(reader)), &offset, &size);
-        if (context != nullptr && offset >= 0 && offset < size &&
-            startsWithNonUtf8(reinterpret_cast<const unsigned char*>(context) + offset,
-                              size - offset)) {
+        const unsigned char* at = reinterpret_cast<const unsigned char*>(context) + offset;
+        if (context != nullptr && offset >= 0 && offset < size && *at >= 0x80 &&
+            utf8Length(at, static_cast<std::size_t>(size - offset)) == 0) {
             message += " (bytes that are not UTF-8: save the file as UTF-8, or declare its "
                        "encoding, such as encoding=\"ISO-8859-1\")";
         }

@@ -1,6 +1,5 @@
 // The C interface's runner, over VelcanCommand and VelcanCancel.
 #include <atomic>
-#include <cmath>
 #include <string>
 #include <vector>
 
@@ -185,36 +184,24 @@ extern "C" velcan_status VELCAN_CALL velcan_command_set_variable(velcan_command*
 }
 
 namespace {
-// A time the runner takes: not negative, and a number.
-velcan_status checkedTime(double seconds) {
-    return std::isnan(seconds) || seconds < 0
-               ? fail(VELCAN_ERROR_ARGUMENT, "a time is negative or not a number")
-               : VELCAN_OK;
+// Sets a time the runner takes, refused at once when it is negative or no number.
+velcan_status settingTime(velcan_command* command, double seconds,
+                          void (VelcanCommand::*set)(double)) {
+    if (command != nullptr && !(seconds >= 0)) {
+        return fail(VELCAN_ERROR_ARGUMENT, "a time is negative or not a number");
+    }
+    return setting(command, [&](velcan_command& c) { (c.command.*set)(seconds); });
 }
 } // namespace
 
 extern "C" velcan_status VELCAN_CALL velcan_command_set_time_limit(velcan_command* command,
                                                                    double seconds) {
-    if (command == nullptr) {
-        return nullArgument("command");
-    }
-    const velcan_status status = checkedTime(seconds);
-    if (status == VELCAN_OK) {
-        command->command.SetTimeLimit(seconds);
-    }
-    return status;
+    return settingTime(command, seconds, &VelcanCommand::SetTimeLimit);
 }
 
 extern "C" velcan_status VELCAN_CALL velcan_command_set_grace(velcan_command* command,
                                                               double seconds) {
-    if (command == nullptr) {
-        return nullArgument("command");
-    }
-    const velcan_status status = checkedTime(seconds);
-    if (status == VELCAN_OK) {
-        command->command.SetGracePeriod(seconds);
-    }
-    return status;
+    return settingTime(command, seconds, &VelcanCommand::SetGracePeriod);
 }
 
 extern "C" velcan_status VELCAN_CALL velcan_command_set_input(velcan_command* command,

@@ -1,10 +1,5 @@
 #include "history/json.h"
 
-namespace {
-
-// The length of the well-formed UTF-8 sequence at s[0..len), or 0 when it is not one. Not
-// one: a stray continuation byte, an overlong form, a surrogate, a code point above U+10FFFF
-// or a sequence cut short.
 std::size_t utf8Length(const unsigned char* s, std::size_t len) {
     const unsigned char c = s[0];
     std::size_t n = 0;
@@ -33,8 +28,6 @@ std::size_t utf8Length(const unsigned char* s, std::size_t len) {
     }
     return n;
 }
-
-} // namespace
 
 void appendJsonString(std::string& out, const char* s, std::size_t len) {
     static const char hex[] = "0123456789abcdef";
