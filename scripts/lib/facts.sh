@@ -6,7 +6,6 @@ velcan_abi_baseline=tests/library/$velcan_soname.abi
 eval "$(cmake -P "$facts_top/cmake/cache.cmake")" # velcan_cache, velcan_win32_deps_cache
 # The DLLs a Windows binary of velcan's may import, one a line (the DLL's import test reads it).
 windows_imports_file=$facts_top/cmake/windows-imports.txt
-
 # "ARCH TRIPLE TOOLCHAIN-FILE" of each Windows target, as its toolchain file under cmake/ sets it.
 windows_targets() {
   local file

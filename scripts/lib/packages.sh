@@ -1,11 +1,8 @@
 # shellcheck shell=bash
 # The scripts' package handling (sourced; callers set `me`): docs/scripts.md's package rule.
 export DEBIAN_FRONTEND=noninteractive
-
 pkg_installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -qx 'install ok installed'; }
-
 pkg_unique() { printf '%s\n' "$@" | awk 'NF && !seen[$0]++' | paste -sd ' ' -; }
-
 # The versions read, newest first by dpkg's own order.
 pkg_newest_first() {
   local v i sorted=()
@@ -16,7 +13,6 @@ pkg_newest_first() {
   done
   [ ${#sorted[@]} -eq 0 ] || printf '%s\n' "${sorted[@]}"
 }
-
 # Root, or sudo (on a terminal, asked once): pkg_sudo prefixes root's commands.
 pkg_sudo=() pkg_root=""
 pkg_have_root() {
@@ -30,7 +26,6 @@ pkg_have_root() {
   fi
   [ "$pkg_root" = yes ]
 }
-
 # Exits with 4 and one line, naming each package once, when this user cannot install them.
 pkg_require_root() {
   pkg_have_root && return 0
@@ -40,7 +35,6 @@ pkg_require_root() {
     "an administrator can run: apt-get update && apt-get install -y --no-install-recommends $names" >&2
   exit 4
 }
-
 # Of apt's output, each index that failed its checks (apt leaves it out): named on stderr, and
 # printed as "SUITE COMPONENT TARGET URI REASON" ("- -" for a release file).
 pkg_failed_indexes() {
@@ -58,14 +52,12 @@ pkg_failed_indexes() {
       echo "$suite $component $target $uri $reason"
     done
 }
-
 pkg_updated=no pkg_left_out=""
 pkg_update() { pkg_left_out=$("${pkg_sudo[@]}" apt-get update 2>&1 | pkg_failed_indexes || true) pkg_updated=yes; }
-
 # pkg_install WHY PACKAGE...: installs them, those installed brought to the candidate. apt
 # itself refuses, changing nothing, a plan that would downgrade (-y) or remove anything.
 pkg_install() {
-  local why=$1 out suite component target _
+  local why=$1 out
   shift
   [ "$pkg_updated" = yes ] || pkg_update
   echo "$me: installing $why" >&2
@@ -73,15 +65,12 @@ pkg_install() {
           -o APT::Get::allow-downgrades=false -o APT::Get::allow-remove-essential=false "$@" 2>&1) && return 0
   {
     printf '%s\n' "$out" | grep -E '^(The following|  |E:)' | tail -n 20
-    while read -r suite component target _ reason; do
-      [ -z "$suite" ] || echo "$me: the $suite/$component $target index was left out ($reason)," \
-        "so its packages are older than those installed from it"
-    done <<<"$pkg_left_out"
+    awk -v me="$me" 'NF {r = $0; sub(/^[^ ]+ [^ ]+ [^ ]+ [^ ]+ /, "", r); print me ": the " $1 "/" $2 " " $3 " index was left out (" r \
+      "), so its packages are older than those installed from it"}' <<<"$pkg_left_out"
     echo "$me: apt did not install $why; nothing installed was downgraded or removed"
   } >&2
   return 1
 }
-
 # pkg_fetch_source NAME DIR [APT-OPTION...]: unpacks into DIR, and prints, the newest listed
 # version of source package NAME that the archive serves (a listed one's files may be gone).
 pkg_fetch_source() {
@@ -90,66 +79,46 @@ pkg_fetch_source() {
   while read -r v; do
     if (cd "$dir" && apt-get "$@" source -qq --only-source "$name=$v") >"$dir/.fetch.log" 2>&1; then
       rm -f "$dir/.fetch.log"
-      [ ${#tried[@]} -eq 0 ] ||
-        echo "$me: $name ${tried[0]} is listed but cannot be fetched ($error); using $name $v" >&2
-      echo "$v"
-      return 0
+      [ ${#tried[@]} -eq 0 ] || echo "$me: $name ${tried[0]} is listed but cannot be fetched ($error); using $name $v" >&2
+      echo "$v" && return 0
     fi
     [ -n "$error" ] || error=$(grep -m1 '^E: ' "$dir/.fetch.log" | cut -c4-200)
     find "$dir" -mindepth 1 -maxdepth 1 ! -name .fetch.log -exec rm -rf {} + # nothing half-fetched
     tried+=("$v")
   done < <(pkg_source_versions "$name" "$@")
   rm -f "$dir/.fetch.log"
-  if [ ${#tried[@]} -eq 0 ]; then
-    echo "$me: no source package $name is listed (are source entries configured?)" >&2
-  else
+  [ ${#tried[@]} -eq 0 ] && echo "$me: no source package $name is listed (are source entries configured?)" >&2 ||
     echo "$me: no listed version of source package $name can be fetched (tried ${tried[*]}): $error" >&2
-  fi
   return 1
 }
-
 pkg_source_versions() { apt-cache "${@:2}" showsrc --only-source "$1" 2>/dev/null | awk '/^Version:/ {print $2}' | sort -u | pkg_newest_first; }
-
 # The host's Debian sources, "URI SUITE COMPONENT" each, as apt sees them.
 pkg_host_sources() {
   apt-get indextargets --format '$(REPO_URI) $(RELEASE) $(COMPONENT) $(ORIGIN)' \
     'Created-By: Packages' 2>/dev/null | awk '$4 ~ /^Debian/ {print $1, $2, $3}' | sort -u
 }
-
 # pkg_stable_sources TYPE: those as TYPE lines for the current stable release's suites.
 pkg_stable_sources() {
   pkg_host_sources | awk -v t="$1" -v c="$(. /etc/os-release && echo "$VERSION_CODENAME")" \
     '{s = $2; sub("^" c, "stable", s); if (s != $2) print t, $1, s, $3}'
 }
-
 # pkg_private_state DIR: pkg_private, options for an apt state of its own in DIR (sources.list).
 pkg_private_state() {
-  mkdir -p "$1/lists/partial" "$1/cache/archives/partial"
-  : >"$1/status"
+  mkdir -p "$1/lists/partial" "$1/cache/archives/partial" && : >"$1/status"
   pkg_private=(-o "Dir::Etc::SourceList=$1/sources.list" -o "Dir::Etc::SourceParts=$1/none"
                -o "Dir::State::Lists=$1/lists" -o "Dir::Cache=$1/cache" -o "Dir::State::status=$1/status")
 }
-
 # pkg_compare_lists BEFORE AFTER (`dpkg-query -W`): names each removal and downgrade; fails on one.
 pkg_compare_lists() {
-  local name version added upgraded=0 harmed=0
-  declare -A now
-  while IFS=$'\t' read -r name version; do now[$name]=$version; done <"$2"
-  while IFS=$'\t' read -r name version; do
-    if [ -z "${now[$name]+set}" ]; then
-      echo "removed: $name $version"
-      harmed=1
-    elif [ "${now[$name]}" = "$version" ]; then
-      continue
-    elif [ -n "$version" ] && [ -n "${now[$name]}" ] && dpkg --compare-versions "${now[$name]}" lt "$version"; then
-      echo "downgraded: $name $version -> ${now[$name]}"
-      harmed=1
-    else
-      upgraded=$((upgraded + 1))
-    fi
-  done < <(sort "$1")
-  added=$(comm -13 <(cut -f1 "$1" | sort) <(cut -f1 "$2" | sort) | wc -l)
-  echo -n "host packages: $added added, $upgraded upgraded, "
-  [ $harmed = 0 ] && echo "none removed or downgraded" || echo "SOME REMOVED OR DOWNGRADED (above)"
+  local name old new harmed=0 upgraded=0
+  list() { awk -F'\t' -v OFS='\t' '$2 == "" {$2 = "-"} 1' "$1" | LC_ALL=C sort -t $'\t' -k1,1; }
+  while IFS=$'\t' read -r name old new; do
+    if [ "$new" = "(gone)" ]; then echo "removed: $name $old" && harmed=1
+    elif [ "$old" != - ] && [ "$new" != - ] && dpkg --compare-versions "$new" lt "$old"; then
+      echo "downgraded: $name $old -> $new" && harmed=1
+    else upgraded=$((upgraded + 1)); fi
+  done < <(LC_ALL=C join -t $'\t' -a 1 -e "(gone)" -o 0,1.2,2.2 <(list "$1") <(list "$2") | awk -F'\t' '$2 != $3')
+  echo "host packages: $(LC_ALL=C join -t $'\t' -v 2 <(list "$1") <(list "$2") | wc -l) added, $upgraded upgraded," \
+    "$([ $harmed = 0 ] && echo "none removed or downgraded" || echo "SOME REMOVED OR DOWNGRADED (above)")"
   return $harmed
 }

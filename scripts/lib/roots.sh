@@ -1,28 +1,21 @@
 # shellcheck shell=bash
-# Private Debian roots (sourced; callers set `me`): what would conflict with the
-# host (32-bit Wine, a machine as bare as a new one) lives in a root made with mmdebstrap under
-# the cache and kept for later runs. The host gains only mmdebstrap and arch-test.
-
+# Private Debian roots, made with mmdebstrap and kept in the cache, for what would conflict with
+# the host (docs/scripts.md). Sourced; callers set `me`.
 . "$(dirname "${BASH_SOURCE[0]}")/packages.sh"
 . "$(dirname "${BASH_SOURCE[0]}")/facts.sh"
-
 # root_sources ARCH: the host's Debian sources as "deb URI SUITE COMPONENT" lines, less each
 # whose index for ARCH fails apt's checks now (mmdebstrap would stop on it).
 root_sources() {
-  local state left _ uri suite component
+  local state left
   state=$(mktemp -d)
   pkg_host_sources | awk '{print "deb", $1, $2, $3}' >"$state/sources.list"
   [ -s "$state/sources.list" ] || { echo "$me: no Debian package sources are configured here" >&2; return 1; }
   pkg_private_state "$state"
   left=$(apt-get "${pkg_private[@]}" -o "APT::Architecture=$1" -o "APT::Architectures=$1" update 2>&1 |
            pkg_failed_indexes || true)
-  while read -r _ uri suite component; do
-    awk -v s="$suite" -v c="$component" '$1 == s && ($2 == c || $2 == "-") {f = 1} END {exit f}' <<<"$left" &&
-      echo "deb $uri $suite $component"
-  done <"$state/sources.list"
+  awk 'NR == FNR {bad[$1 ($2 == "-" ? "" : " " $2)] = 1; next} !bad[$3] && !bad[$3 " " $4]' <(echo "$left") "$state/sources.list"
   rm -rf "$state"
 }
-
 # root_make NAME ARCH PACKAGE...: prints the path of a root for ARCH holding the packages
 # (NAME=VERSION pins too), made once and reused while the same packages are asked for.
 root_make() {
@@ -59,7 +52,6 @@ root_make() {
   exec {lock}>&-
   echo "$dir"
 }
-
 # root_run ROOT DIR... -- COMMAND...: runs COMMAND in ROOT, the current folder kept, with /proc,
 # /sys, /dev and each DIR mounted at its own path, in a mount namespace the host never sees.
 root_run() {

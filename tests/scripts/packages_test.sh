@@ -216,5 +216,12 @@ test_host_check_passes_additions_and_upgrades() {
     "host packages: 1 added, 1 upgraded, none removed or downgraded"
 }
 
+test_host_check_takes_a_package_installed_where_dpkg_knew_no_version_for_no_harm() {
+  printf 'wine32:i386\t\n' >"$work/before"
+  printf 'wine32:i386\t8.0\n' >"$work/after"
+  expect_eq "$(pkg_compare_lists "$work/before" "$work/after")" \
+    "host packages: 0 added, 1 upgraded, none removed or downgraded"
+}
+
 "$1"
 echo "PASS: $1"
