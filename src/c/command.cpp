@@ -88,16 +88,21 @@ template <typename Set> velcan_status setting(velcan_command* command, Set set) 
         return VELCAN_OK;
     });
 }
+
+// Allocates a new object into *out.
+template <typename T> velcan_status newObject(T** out, const char* name) {
+    return guarded([&] {
+        if (out == nullptr) {
+            return nullArgument(name);
+        }
+        *out = new T;
+        return VELCAN_OK;
+    });
+}
 } // namespace
 
 extern "C" velcan_status VELCAN_CALL velcan_cancel_new(velcan_cancel** cancel) {
-    return guarded([&] {
-        if (cancel == nullptr) {
-            return nullArgument("cancel");
-        }
-        *cancel = new velcan_cancel;
-        return VELCAN_OK;
-    });
+    return newObject(cancel, "cancel");
 }
 
 extern "C" void VELCAN_CALL velcan_cancel_free(velcan_cancel* cancel) {
@@ -119,13 +124,7 @@ extern "C" void VELCAN_CALL velcan_cancel_reset(velcan_cancel* cancel) {
 }
 
 extern "C" velcan_status VELCAN_CALL velcan_command_new(velcan_command** command) {
-    return guarded([&] {
-        if (command == nullptr) {
-            return nullArgument("command");
-        }
-        *command = new velcan_command;
-        return VELCAN_OK;
-    });
+    return newObject(command, "command");
 }
 
 extern "C" void VELCAN_CALL velcan_command_free(velcan_command* command) {

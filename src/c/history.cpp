@@ -181,27 +181,14 @@ extern "C" velcan_status VELCAN_CALL velcan_history_notes(const velcan_history* 
         if (history == nullptr) {
             return nullArgument("history");
         }
-        NotesFormat notesFormat;
-        switch (format) {
-        case VELCAN_NOTES_TEXT:
-            notesFormat = NotesFormat::Text;
-            break;
-        case VELCAN_NOTES_MARKDOWN:
-            notesFormat = NotesFormat::Markdown;
-            break;
-        case VELCAN_NOTES_HTML:
-            notesFormat = NotesFormat::Html;
-            break;
-        case VELCAN_NOTES_HTML_PAGE:
-            notesFormat = NotesFormat::HtmlPage;
-            break;
-        case VELCAN_NOTES_JSON:
-            notesFormat = NotesFormat::Json;
-            break;
-        default:
+        // Indexed by VELCAN_NOTES_*.
+        static const NotesFormat formats[] = {NotesFormat::Text, NotesFormat::Markdown,
+                                              NotesFormat::Html, NotesFormat::HtmlPage,
+                                              NotesFormat::Json};
+        if (format < 0 || format >= static_cast<int>(sizeof formats / sizeof formats[0])) {
             return fail(VELCAN_ERROR_ARGUMENT, "no such notes format");
         }
-        const std::unique_ptr<NotesWriter> writer = makeNotesWriter(notesFormat);
+        const std::unique_ptr<NotesWriter> writer = makeNotesWriter(formats[format]);
         std::string notes = writer->begin();
         for (const TUpdateVersion& version : history->info.versions) {
             writer->version(version, notes);

@@ -383,6 +383,8 @@ static void test_history_notes_are_written_in_each_format(void) {
         size_t size = 0;
         CHECK(velcan_history_notes(history, 99, &text, &size) == VELCAN_ERROR_ARGUMENT);
         CHECK(text == NULL);
+        CHECK(velcan_history_notes(history, -1, &text, &size) == VELCAN_ERROR_ARGUMENT);
+        CHECK(text == NULL);
     }
     velcan_history_free(history);
 }
